@@ -1,0 +1,78 @@
+// Interactions with the person: every kind has one interface here and one implementation per UI backend
+// (script for automation and tests, tty for a person at a terminal; the desktop backend comes later).
+// The Windows-named calls below (MessageBoxW, LoadCursorW, SetCursor) go through the process's backend.
+#pragma once
+
+#include <memory>
+#include <string_view>
+
+#include "plat/types.h"
+
+namespace plat {
+
+// Message-box flags (the Windows values) and answers.
+inline constexpr UINT MB_OK = 0x0;
+inline constexpr UINT MB_OKCANCEL = 0x1;
+inline constexpr UINT MB_YESNOCANCEL = 0x3;
+inline constexpr UINT MB_YESNO = 0x4;
+inline constexpr UINT MB_TYPEMASK = 0xF;
+inline constexpr UINT MB_ICONERROR = 0x10;
+inline constexpr UINT MB_ICONQUESTION = 0x20;
+inline constexpr UINT MB_ICONWARNING = 0x30;
+inline constexpr UINT MB_ICONINFORMATION = 0x40;
+inline constexpr UINT MB_ICONMASK = 0xF0;
+inline constexpr UINT MB_TOPMOST = 0x40000;
+
+inline constexpr int IDOK = 1;
+inline constexpr int IDCANCEL = 2;
+inline constexpr int IDYES = 6;
+inline constexpr int IDNO = 7;
+
+// Shows a box through the process's UI backend and returns the button pressed. On failure it returns 0
+// and sets the last error (ERROR_INVALID_WINDOW_HANDLE for an owner that is no live window; whatever the
+// backend reports otherwise, e.g. ERROR_ACCESS_DENIED for an owner it may not use).
+int MessageBoxW(HWND hWnd, LPCWSTR lpText, LPCWSTR lpCaption, UINT uType);
+
+// Cursors: the system's ids; a cursor handle is its id.
+inline constexpr DWORD IDC_ARROW = 32512;
+inline constexpr DWORD IDC_WAIT = 32514;
+using HCURSOR = std::uintptr_t;
+HCURSOR LoadCursorW(HINSTANCE hInstance, DWORD id);
+// Shows `cursor` and returns the one shown before (0 before the first call).
+HCURSOR SetCursor(HCURSOR cursor);
+
+namespace ui {
+
+class MessageBoxUi {
+public:
+    virtual ~MessageBoxUi() = default;
+    // Asks the person; returns IDOK/IDCANCEL/IDYES/IDNO, or 0 with the last error set when the box cannot
+    // be shown. `owner` is null or a live window of this process. Blocks only the calling thread.
+    virtual int show(HWND owner, std::u16string_view text, std::u16string_view caption, UINT flags) = 0;
+};
+
+class CursorUi {
+public:
+    virtual ~CursorUi() = default;
+    virtual void show(DWORD cursorId) = 0;
+};
+
+class Backend {
+public:
+    virtual ~Backend() = default;
+    virtual std::string_view name() const = 0;
+    virtual MessageBoxUi& messageBox() = 0;
+    virtual CursorUi& cursor() = 0;
+};
+
+// The process's backend, chosen once on first use from VELQ_UI ("script" or "tty"); without it: tty when
+// stdin and stderr are terminals, else script. An unknown name falls back to that default with a warning
+// on stderr.
+Backend& currentBackend();
+
+// Puts `backend` in place of the process's backend and gives back the previous one (null if none was
+// chosen yet). For programs that choose their own backend and for tests that record interactions.
+std::unique_ptr<Backend> installBackend(std::unique_ptr<Backend> backend);
+
+}  // namespace ui
+}  // namespace plat
