@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs every Debian package that building, testing, fuzzing and benchmarking VELQ needs.
+# Idempotent: packages already present are left alone; the package lists are refreshed only when
+# something is missing.
+set -euo pipefail
+
+packages=(
+    build-essential g++ cmake ninja-build pkg-config python3      # build
+    libssl-dev zlib1g-dev                                          # cipher, key derivation
+    libgtest-dev libgmock-dev googletest libbenchmark-dev          # tests and benchmarks
+    clang libclang-rt-14-dev                                       # fuzzing (libFuzzer)
+    clang-format clang-tidy                                        # style and lint
+)
+
+missing=()
+for p in "${packages[@]}"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+    exit 0
+fi
+
+echo "setup: installing ${missing[*]}" >&2
+sudo=""
+[ "$(id -u)" -eq 0 ] || sudo="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
