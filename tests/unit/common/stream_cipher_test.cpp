@@ -1,0 +1,216 @@
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+
+#include <algorithm>
+#include <cstring>
+#include <numeric>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "common/StreamCipher.h"
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+constexpr plat::ULONG kHeader = VELQStreamCipher::kHeaderBytes;
+
+struct Key {
+    unsigned char bytes[VELQStreamCipher::kKeyBytes];
+    explicit Key(unsigned char seed) {
+        for (std::size_t i = 0; i < sizeof(bytes); ++i) {
+            bytes[i] = static_cast<unsigned char>(seed + i * 7);
+        }
+    }
+};
+
+// A run as the file format lays it out: a 1088-byte header (fill zero), then the data area of N plain
+// bytes rounded up to 32 plus 16 (48 for an empty file).
+struct CipherRun {
+    Bytes header = Bytes(kHeader, 0);
+    Bytes data;
+    explicit CipherRun(std::size_t plainBytes) {
+        for (std::size_t i = 0; i < VELQStreamCipher::kHeaderFieldsBytes; ++i) {
+            header[i] = static_cast<unsigned char>(i);
+        }
+        data.assign(plainBytes == 0 ? 48 : (plainBytes + 31) / 32 * 32 + 16, 0);
+        for (std::size_t i = 0; i < plainBytes; ++i) {
+            data[i] = static_cast<unsigned char>(i * 13 + 5);
+        }
+    }
+};
+
+// Runs the data area through `step` as the engine does: blocks of `block` bytes, then the rest of the
+// plain bytes with the 16 tag bytes as the final call.
+template <typename Step>
+plat::HRESULT passData(Bytes& data, plat::ULONG block, Step step) {
+    std::size_t offset = 0;
+    while (data.size() - offset - VELQStreamCipher::kTagBytes > block) {
+        const plat::HRESULT hr = step(data.data() + offset, block, 0);
+        if (hr < 0) {
+            return hr;
+        }
+        offset += block;
+    }
+    return step(data.data() + offset, static_cast<plat::ULONG>(data.size() - offset), 1);
+}
+
+plat::HRESULT encryptRun(VELQStreamCipher& cipher, CipherRun& run, plat::ULONG block) {
+    const plat::HRESULT hr = cipher.encrypt(run.header.data(), kHeader, 0);
+    if (hr < 0) {
+        return hr;
+    }
+    return passData(run.data, block,
+                    [&](unsigned char* p, plat::ULONG n, int f) { return cipher.encrypt(p, n, f); });
+}
+
+plat::HRESULT decryptRun(VELQStreamCipher& cipher, CipherRun& run, plat::ULONG block) {
+    const plat::HRESULT hr = cipher.decrypt(run.header.data(), kHeader, 0);
+    if (hr < 0) {
+        return hr;
+    }
+    return passData(run.data, block,
+                    [&](unsigned char* p, plat::ULONG n, int f) { return cipher.decrypt(p, n, f); });
+}
+
+TEST(StreamCipher, MatchesOpenSslGcmOverHeaderAndData) {
+    const Key key(1);
+    VELQStreamCipher cipher(key.bytes);
+    CipherRun run(100);
+    const CipherRun plain(100);
+    ASSERT_EQ(encryptRun(cipher, run, 64), 0);
+
+    // One-shot GCM with the nonce the run left in the header's fill, over header fields then plain data.
+    const unsigned char* nonce = run.header.data() + VELQStreamCipher::kHeaderFieldsBytes;
+    Bytes input(plain.header.begin(), plain.header.begin() + VELQStreamCipher::kHeaderFieldsBytes);
+    input.insert(input.end(), plain.data.begin(), plain.data.end() - 16);
+    Bytes expected(input.size());
+    unsigned char tag[16];
+    EVP_CIPHER_CTX* ctx = EVP_CIPHER_CTX_new();
+    int n = 0;
+    ASSERT_EQ(EVP_EncryptInit_ex(ctx, EVP_aes_256_gcm(), nullptr, key.bytes, nonce), 1);
+    ASSERT_EQ(EVP_EncryptUpdate(ctx, expected.data(), &n, input.data(), static_cast<int>(input.size())), 1);
+    ASSERT_EQ(EVP_EncryptFinal_ex(ctx, tag, &n), 1);
+    ASSERT_EQ(EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_GCM_GET_TAG, 16, tag), 1);
+    EVP_CIPHER_CTX_free(ctx);
+
+    Bytes actual(run.header.begin(), run.header.begin() + VELQStreamCipher::kHeaderFieldsBytes);
+    actual.insert(actual.end(), run.data.begin(), run.data.end() - 16);
+    EXPECT_EQ(actual, expected);
+    EXPECT_TRUE(std::equal(tag, tag + 16, run.data.end() - 16));
+    EXPECT_TRUE(
+        std::all_of(run.header.begin() + 1076, run.header.end(), [](unsigned char c) { return c == 0; }));
+}
+
+TEST(StreamCipher, RoundTripsWhateverTheSplitAndRestoresFillAndTagAsZeros) {
+    const Key key(2);
+    for (std::size_t size : {0u, 1u, 32u, 33u, 4096u, 100000u}) {
+        VELQStreamCipher cipher(key.bytes);
+        CipherRun run(size);
+        const CipherRun plain(size);
+        ASSERT_EQ(encryptRun(cipher, run, 65536), 0) << size;
+        EXPECT_NE(run.data, plain.data);
+        // Decrypt on the same object, in blocks of another size.
+        ASSERT_EQ(decryptRun(cipher, run, 32), 0) << size;
+        EXPECT_EQ(run.header, plain.header) << size;
+        EXPECT_EQ(run.data, plain.data) << size;
+    }
+}
+
+TEST(StreamCipher, NoncesAreFreshForEveryRun) {
+    const Key key(3);
+    VELQStreamCipher cipher(key.bytes);
+    std::set<std::string> nonces;
+    for (int i = 0; i < 2000; ++i) {
+        CipherRun run(0);
+        ASSERT_EQ(encryptRun(cipher, run, 32), 0);
+        const char* nonce =
+            reinterpret_cast<const char*>(run.header.data()) + VELQStreamCipher::kHeaderFieldsBytes;
+        nonces.insert(std::string(nonce, VELQStreamCipher::kNonceBytes));
+    }
+    EXPECT_EQ(nonces.size(), 2000u);
+}
+
+TEST(StreamCipher, FinalDecryptFailsOnChangedByteWrongKeyOrTruncation) {
+    const Key key(4);
+    const Key otherKey(5);
+    CipherRun written(300);
+    {
+        VELQStreamCipher cipher(key.bytes);
+        ASSERT_EQ(encryptRun(cipher, written, 64), 0);
+    }
+    const auto expectRejected = [&](CipherRun run, const Key& k) {
+        VELQStreamCipher cipher(k.bytes);
+        EXPECT_EQ(decryptRun(cipher, run, 64), VELQStreamCipher::E_AUTHENTICATION);
+        // The object opens a fresh run afterwards.
+        CipherRun good = written;
+        VELQStreamCipher fresh(key.bytes);
+        EXPECT_EQ(decryptRun(fresh, good, 64), 0);
+    };
+    for (std::size_t at : {std::size_t{0}, std::size_t{150}, std::size_t{319}, std::size_t{330}}) {
+        CipherRun changed = written;
+        changed.data[at] ^= 0x01;
+        expectRejected(changed, key);
+    }
+    CipherRun headerChanged = written;
+    headerChanged.header[10] ^= 0x80;
+    expectRejected(headerChanged, key);
+    CipherRun nonceChanged = written;
+    nonceChanged.header[VELQStreamCipher::kHeaderFieldsBytes] ^= 0x01;
+    expectRejected(nonceChanged, key);
+    expectRejected(written, otherKey);
+    CipherRun truncated = written;
+    truncated.data.resize(truncated.data.size() - 32);
+    expectRejected(truncated, key);
+}
+
+TEST(StreamCipher, LegacyFinalWithoutTagDecryptsUnauthenticated) {
+    const Key key(6);
+    // A legacy run: header, then a final call whose length is a multiple of 32, no tag.
+    CipherRun plain(64);
+    plain.data.resize(64);
+    Bytes header = plain.header;
+    Bytes data = plain.data;
+    const unsigned char nonce[12] = {9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 1, 2};
+    std::memcpy(header.data() + VELQStreamCipher::kHeaderFieldsBytes, nonce, 12);
+    EVP_CIPHER_CTX* ctx = EVP_CIPHER_CTX_new();
+    int n = 0;
+    ASSERT_EQ(EVP_EncryptInit_ex(ctx, EVP_aes_256_gcm(), nullptr, key.bytes, nonce), 1);
+    ASSERT_EQ(EVP_EncryptUpdate(ctx, header.data(), &n, header.data(), 1064), 1);
+    ASSERT_EQ(EVP_EncryptUpdate(ctx, data.data(), &n, data.data(), 64), 1);
+    EVP_CIPHER_CTX_free(ctx);
+
+    VELQStreamCipher cipher(key.bytes);
+    ASSERT_EQ(cipher.decrypt(header.data(), kHeader, 0), 0);
+    ASSERT_EQ(cipher.decrypt(data.data(), 64, 1), 0);
+    EXPECT_EQ(header, plain.header);
+    EXPECT_EQ(data, plain.data);
+}
+
+TEST(StreamCipher, RefusesEveryLengthTheCallPatternForbids) {
+    const Key key(7);
+    VELQStreamCipher cipher(key.bytes);
+    Bytes buffer(kHeader * 2, 0);
+    unsigned char* p = buffer.data();
+    // A run opens only with the 1088-byte, non-final header call.
+    EXPECT_EQ(cipher.encrypt(p, 1056, 0), plat::E_INVALIDARG);
+    EXPECT_EQ(cipher.encrypt(p, kHeader, 1), plat::E_INVALIDARG);
+    EXPECT_EQ(cipher.encrypt(p, 48, 1), plat::E_INVALIDARG);
+    EXPECT_EQ(cipher.encrypt(nullptr, kHeader, 0), plat::E_INVALIDARG);
+    const auto inRun = [&](auto call) {
+        EXPECT_EQ(cipher.encrypt(p, kHeader, 0), 0);
+        EXPECT_EQ(call(), plat::E_INVALIDARG);
+    };
+    inRun([&] { return cipher.encrypt(p, 0, 0); });
+    inRun([&] { return cipher.encrypt(p, 48, 0); });  // a block must be a multiple of 32
+    inRun([&] { return cipher.encrypt(p, 16, 1); });  // a final call has at least 48 bytes
+    inRun([&] { return cipher.encrypt(p, 64, 1); });  // an encrypt run always ends with a tag
+    inRun([&] { return cipher.encrypt(p, 40, 1); });
+    inRun([&] { return cipher.decrypt(p, 64, 0); });  // no change of direction within a run
+    // After a refusal the run is over: the next call must be a header again.
+    EXPECT_EQ(cipher.encrypt(p, 64, 0), plat::E_INVALIDARG);
+    cipher.endRun();
+    cipher.endRun();
+}
+
+}  // namespace
