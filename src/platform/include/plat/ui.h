@@ -28,17 +28,21 @@ inline constexpr int IDCANCEL = 2;
 inline constexpr int IDYES = 6;
 inline constexpr int IDNO = 7;
 
-// Shows a box through the process's UI backend and returns the button pressed. On failure it returns 0
-// and sets the last error (ERROR_INVALID_WINDOW_HANDLE for an owner that is no live window; whatever the
-// backend reports otherwise, e.g. ERROR_ACCESS_DENIED for an owner it may not use).
+// Shows a box through the process's UI backend and returns the button pressed. A null text shows an
+// empty text, a null caption the caption "Error". On failure it returns 0 and sets the last error
+// (ERROR_INVALID_WINDOW_HANDLE for an owner that is no live window; ERROR_INVALID_PARAMETER for a button
+// set other than OK, OK/Cancel, Yes/No/Cancel, Yes/No; whatever the backend reports otherwise, e.g.
+// ERROR_ACCESS_DENIED for an owner it may not use).
 int MessageBoxW(HWND hWnd, LPCWSTR lpText, LPCWSTR lpCaption, UINT uType);
 
 // Cursors: the system's ids; a cursor handle is its id.
 inline constexpr DWORD IDC_ARROW = 32512;
 inline constexpr DWORD IDC_WAIT = 32514;
 using HCURSOR = std::uintptr_t;
+// A system cursor (null `hInstance`, a system id): its handle. The program has no cursors of its own, so
+// anything else gives 0 with ERROR_RESOURCE_NAME_NOT_FOUND.
 HCURSOR LoadCursorW(HINSTANCE hInstance, DWORD id);
-// Shows `cursor` and returns the one shown before (0 before the first call).
+// Shows `cursor` (0 hides it) and returns the one shown before (0 before the first call). Process-wide.
 HCURSOR SetCursor(HCURSOR cursor);
 
 namespace ui {
@@ -54,6 +58,7 @@ public:
 class CursorUi {
 public:
     virtual ~CursorUi() = default;
+    // Shows the cursor of that id (0: none). Never fails; a backend without a pointer ignores it.
     virtual void show(DWORD cursorId) = 0;
 };
 
@@ -66,12 +71,14 @@ public:
 };
 
 // The process's backend, chosen once on first use from VELQ_UI ("script" or "tty"); without it: tty when
-// stdin and stderr are terminals, else script. An unknown name falls back to that default with a warning
-// on stderr.
+// stdin and stderr are terminals, else script. An unknown name ("gtk" while it is not built in) falls
+// back to that default with a one-line warning on stderr. Thread-safe; the chosen backend lives until the
+// process ends, so a thread may still ask while the process exits.
 Backend& currentBackend();
 
 // Puts `backend` in place of the process's backend and gives back the previous one (null if none was
-// chosen yet). For programs that choose their own backend and for tests that record interactions.
+// chosen yet). For programs that choose their own backend and for tests that record interactions. The
+// caller keeps the previous one alive while any thread may still be using it.
 std::unique_ptr<Backend> installBackend(std::unique_ptr<Backend> backend);
 
 }  // namespace ui
