@@ -49,16 +49,6 @@ TEST(ThreadLifetime, ExitCodeIsStillActiveWhileRunningThenTheReturnValue) {
     CloseHandle(thread);
 }
 
-TEST(ThreadLifetime, ReturnValueOf259IsIndistinguishableFromRunningAsOnWindows) {
-    HANDLE thread = beginThread(&returnArgument, reinterpret_cast<void*>(std::uintptr_t{STILL_ACTIVE}));
-    ASSERT_NE(thread, nullptr);
-    ASSERT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
-    DWORD code = 0;
-    GetExitCodeThread(thread, &code);
-    EXPECT_EQ(code, STILL_ACTIVE);
-    CloseHandle(thread);
-}
-
 // Owned by the thread that gets it, so that nothing of the test's stack is touched after `done`.
 struct Relay {
     HANDLE go;
@@ -83,17 +73,6 @@ TEST(ThreadLifetime, HandleClosedWhileRunningLeavesTheThreadItsObject) {
     EXPECT_EQ(WaitForSingleObject(done, INFINITE), WAIT_OBJECT_0);
     CloseHandle(go);
     CloseHandle(done);
-}
-
-TEST(ThreadLifetime, SeveralHandlesWaitForTheSameEnd) {
-    Gate gate;
-    const std::uintptr_t raw = _beginthreadex(nullptr, 0, &waitForGateThen42, &gate, 0, nullptr);
-    ASSERT_NE(raw, 0u);
-    HANDLE thread = reinterpret_cast<HANDLE>(raw);
-    SetEvent(gate.release);
-    HANDLE twice[] = {thread, gate.release};
-    EXPECT_EQ(WaitForMultipleObjects(2, twice, TRUE, INFINITE), WAIT_OBJECT_0);
-    CloseHandle(thread);
 }
 
 TEST(ThreadStart, RefusesSuspendedStartAndMissingProcedureWithEinval) {
