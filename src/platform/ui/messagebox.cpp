@@ -4,6 +4,7 @@
 #include "plat/errors.h"
 #include "plat/strings.h"
 #include "plat/ui.h"
+#include "plat/windows.h"
 
 namespace plat {
 
@@ -24,6 +25,10 @@ bool isSystemCursor(DWORD id) {
 }  // namespace
 
 int MessageBoxW(HWND hWnd, LPCWSTR lpText, LPCWSTR lpCaption, UINT uType) {
+    if (hWnd != nullptr && !IsWindow(hWnd)) {
+        SetLastError(ERROR_INVALID_WINDOW_HANDLE);
+        return 0;
+    }
     // A null text shows an empty box text and a null caption the caption "Error", as on Windows.
     const std::u16string_view text = lpText != nullptr ? std::u16string_view(lpText) : std::u16string_view();
     const std::u16string_view caption =

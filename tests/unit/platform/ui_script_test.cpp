@@ -7,6 +7,7 @@
 
 #include "plat/errors.h"
 #include "plat/ui.h"
+#include "plat/windows.h"
 #include "ui/backend_choice.h"
 #include "ui/script_answers.h"
 #include "ui/script_backend.h"
@@ -338,6 +339,40 @@ TEST(BackendChoice, UnavailableNamesFallBackWithOneWarningLine) {
     EXPECT_EQ(warning.find('\n'), std::string::npos);
     EXPECT_EQ(ui::chooseBackendName("Script", true, true, warning), "tty");
     EXPECT_FALSE(warning.empty());
+}
+
+}  // namespace
+
+namespace {
+
+using namespace plat;
+
+LRESULT defaultProcedure(HWND hWnd, UINT msg, WPARAM wParam, LPARAM lParam) {
+    return DefWindowProcW(hWnd, msg, wParam, lParam);
+}
+
+TEST_F(InstalledScriptBackend, TheOwnerMustBeALiveWindow) {
+    WNDCLASSW windowClass{};
+    windowClass.lpfnWndProc = defaultProcedure;
+    windowClass.lpszClassName = u"VelqUiScriptTestOwner";
+    RegisterClassW(&windowClass);  // may already be registered by an earlier repetition
+    const HWND owner = CreateWindowExW(0, u"VelqUiScriptTestOwner", u"owner", 0, 0, 0, 10, 10, nullptr,
+                                       nullptr, nullptr, nullptr);
+    ASSERT_NE(owner, nullptr);
+    EXPECT_EQ(MessageBoxW(owner, u"owned", u"c", MB_YESNO), IDYES);
+    ASSERT_TRUE(DestroyWindow(owner));
+
+    SetLastError(0);
+    EXPECT_EQ(MessageBoxW(owner, u"gone", u"c", MB_OK), 0);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_WINDOW_HANDLE);
+    SetLastError(0);
+    EXPECT_EQ(MessageBoxW(reinterpret_cast<HWND>(0x7777), u"never", u"c", MB_OK), 0);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_WINDOW_HANDLE);
+
+    const auto lines = transcriptLines();  // only the box that was shown
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].text("text"), "owned");
+    EXPECT_TRUE(lines[0].flag("owner"));
 }
 
 }  // namespace
