@@ -161,32 +161,26 @@ TEST_F(KelMsgBoxTest, ThereIsOnlyOneSecondTry) {
     EXPECT_EQ(m_log.count("Error Code: 0x80070005"), 1) << m_log.text();
 }
 
-TEST_F(KelMsgBoxTest, OtherFailuresGiveTheirCodeWithoutASecondTry) {
-    boxes().outcomes = {{0, plat::ERROR_INVALID_WINDOW_HANDLE}};
-    EXPECT_EQ(kelMsgBox(u"x", 1018, 16, nullptr, nullptr), static_cast<int>(0x80070578));
-    EXPECT_EQ(boxes().shown.size(), 1u);
+TEST_F(KelMsgBoxTest, AFailedBoxGivesItsLastErrorAsACode) {
+    struct Case {
+        plat::DWORD error;
+        int result;
+        const char* logged;
+    };
+    const Case cases[] = {
+        {plat::ERROR_INVALID_WINDOW_HANDLE, static_cast<int>(0x80070578), "Error Code: 0x80070578"},
+        {0, 0, "Error Code: 0x0"},                                              // no error: 0, not a code
+        {0x80004005u, static_cast<int>(0x80004005), "Error Code: 0x80004005"},  // already a code
+        {0x0001FFFFu, static_cast<int>(0x8007FFFF), "Error Code: 0x8007ffff"},  // low 16 bits only
+    };
+    for (const Case& c : cases) {
+        boxes().shown.clear();
+        boxes().outcomes = {{0, c.error}};
+        EXPECT_EQ(kelMsgBox(u"x", 1018, 16, nullptr, nullptr), c.result) << c.error;
+        EXPECT_EQ(boxes().shown.size(), 1u) << "no second try for " << c.error;
+        EXPECT_EQ(m_log.count(c.logged), 1) << m_log.text();
+    }
     EXPECT_EQ(m_log.count("Try one more time"), 0) << m_log.text();
-    EXPECT_EQ(m_log.count("Error Code: 0x80070578"), 1) << m_log.text();
-}
-
-TEST_F(KelMsgBoxTest, ALastErrorOfZeroGivesZeroNotACode) {
-    boxes().outcomes = {{0, 0}};
-    EXPECT_EQ(kelMsgBox(u"x", 1018, 16, nullptr, nullptr), 0);
-    EXPECT_EQ(m_log.count("Error Code: 0x0"), 1) << m_log.text();
-}
-
-TEST_F(KelMsgBoxTest, ALastErrorThatIsAlreadyACodeStaysAsItIs) {
-    boxes().outcomes = {{0, 0x80004005u}};
-    EXPECT_EQ(kelMsgBox(u"x", 1018, 16, nullptr, nullptr), static_cast<int>(0x80004005));
-    boxes().outcomes = {{0, 0x0001FFFFu}};
-    EXPECT_EQ(kelMsgBox(u"x", 1018, 16, nullptr, nullptr), static_cast<int>(0x8007FFFF))
-        << "low 16 bits only";
-}
-
-TEST_F(KelMsgBoxTest, ABoxWithAnOwnerThatIsNoWindowFailsWithoutShowing) {
-    const auto notAWindow = reinterpret_cast<plat::HWND>(static_cast<std::uintptr_t>(0x7FFF0000));
-    EXPECT_EQ(kelMsgBox(u"x", 1018, 16, notAWindow, nullptr), static_cast<int>(0x80070578));
-    EXPECT_TRUE(boxes().shown.empty());
 }
 
 }  // namespace
