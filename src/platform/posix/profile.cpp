@@ -1,7 +1,6 @@
 #include "plat/profile.h"
 
-#include <fstream>
-#include <iterator>
+#include <cstdio>
 
 #include "plat/errors.h"
 #include "plat/strings.h"
@@ -96,11 +95,16 @@ std::optional<std::u16string> readProfileFile(LPCWSTR lpFileName) {
     if (lpFileName == nullptr || *lpFileName == u'\0') {
         return std::nullopt;
     }
-    std::ifstream file(toUtf8(lpFileName), std::ios::binary);
-    if (!file) {
+    std::FILE* file = std::fopen(toUtf8(lpFileName).c_str(), "rb");
+    if (file == nullptr) {
         return std::nullopt;
     }
-    const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    std::string bytes;
+    char chunk[4096];
+    for (std::size_t n; (n = std::fread(chunk, 1, sizeof(chunk), file)) > 0;) {
+        bytes.append(chunk, n);
+    }
+    std::fclose(file);
     if (bytes.size() >= 2 && bytes[0] == '\xFF' && bytes[1] == '\xFE') {
         return decodeUtf16Le(bytes, 2);
     }
