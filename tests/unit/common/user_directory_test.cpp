@@ -1,0 +1,98 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "common/VELQUserDirectory.h"
+#include "data_home.h"
+#include "plat/strings.h"
+
+namespace {
+
+class ScopedEnv {
+public:
+    ScopedEnv(const char* name, const char* value) : m_name(name) {
+        const char* old = std::getenv(name);
+        m_bHad = old != nullptr;
+        m_old = old ? old : "";
+        value ? ::setenv(name, value, 1) : ::unsetenv(name);
+    }
+    ~ScopedEnv() { m_bHad ? ::setenv(m_name, m_old.c_str(), 1) : ::unsetenv(m_name); }
+    ScopedEnv(const ScopedEnv&) = delete;
+    ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+private:
+    const char* m_name;
+    std::string m_old;
+    bool m_bHad;
+};
+
+std::string utf8(const std::u16string& text) {
+    return plat::toUtf8(text);
+}
+
+TEST(UserDirectory, DataHomeFollowsVelqThenXdgThenHome) {
+    ScopedEnv velq("VELQ_DATA_HOME", "/v/home/");
+    ScopedEnv xdg("XDG_DATA_HOME", "/x/data");
+    ScopedEnv home("HOME", "/h");
+    EXPECT_EQ(utf8(velqdir::dataHome()), "/v/home");
+    ::unsetenv("VELQ_DATA_HOME");
+    EXPECT_EQ(utf8(velqdir::dataHome()), "/x/data/velq");
+    ::setenv("XDG_DATA_HOME", "relative/ignored", 1);
+    EXPECT_EQ(utf8(velqdir::dataHome()), "/h/.local/share/velq");
+    ::unsetenv("XDG_DATA_HOME");
+    EXPECT_EQ(utf8(velqdir::dataHome()), "/h/.local/share/velq");
+}
+
+TEST(UserDirectory, PathsLieUnderTheDataHomeForThisDomainOnly) {
+    ScopedEnv velq("VELQ_DATA_HOME", "/d");
+    const std::u16string domain = velqdir::hostDomain();
+    ASSERT_FALSE(domain.empty());
+    EXPECT_EQ(utf8(getVELQAppUserDirectory(u"alice", domain, u"")), "/d/users/alice");
+    EXPECT_EQ(utf8(getVELQAppUserDirectory(u"alice", u"", u"sub")), "/d/users/alice/sub");
+    EXPECT_EQ(utf8(getUserRootKeyFilePath(u"alice", domain, u"")), "/d/users/alice/root.key");
+    EXPECT_EQ(utf8(getUserRootKeyFilePath(u"alice", domain, u"other.key")), "/d/users/alice/other.key");
+
+    std::u16string upper = domain;
+    for (char16_t& unit : upper) {
+        unit = (unit >= u'a' && unit <= u'z') ? static_cast<char16_t>(unit - u'a' + u'A') : unit;
+    }
+    EXPECT_EQ(getVELQAppUserDirectory(u"alice", upper, u""), getVELQAppUserDirectory(u"alice", domain, u""));
+    EXPECT_TRUE(getVELQAppUserDirectory(u"alice", domain + u"-elsewhere", u"").empty());
+}
+
+TEST(UserDirectory, NamesThatCouldLeaveTheFolderGiveEmptyResults) {
+    ScopedEnv velq("VELQ_DATA_HOME", "/d");
+    const std::vector<std::u16string> names = {u"", u".", u"..", u"a/b", u"a\\b", std::u16string(u"a\0b", 3)};
+    for (const std::u16string& bad : names) {
+        EXPECT_TRUE(getVELQAppUserDirectory(bad, u"", u"").empty()) << utf8(bad);
+        EXPECT_TRUE(getUserRootKeyFilePath(bad, u"", u"").empty()) << utf8(bad);
+        if (!bad.empty()) {
+            EXPECT_TRUE(getVELQAppUserDirectory(u"alice", u"", bad).empty()) << utf8(bad);
+            EXPECT_TRUE(getUserRootKeyFilePath(u"alice", u"", bad).empty()) << utf8(bad);
+        }
+    }
+}
+
+TEST(UserDirectory, CreateMakesOwnerOnlyFoldersAndTightensALooseOne) {
+    ScopedDataHome home;
+    const std::string folder = utf8(getVELQAppUserDirectory(velqdir::currentAccountName(), u"", u""));
+    ASSERT_FALSE(folder.empty());
+    ASSERT_EQ(createVELQAppUserDirectory(), 0);
+    EXPECT_EQ(permissionsOf(folder), 0700u);
+    EXPECT_EQ(permissionsOf(home.root() + "/data"), 0700u);
+
+    ASSERT_EQ(::chmod(folder.c_str(), 0755), 0);
+    ASSERT_EQ(createVELQAppUserDirectory(), 0);
+    EXPECT_EQ(permissionsOf(folder), 0700u);
+}
+
+TEST(UserDirectory, CreateFailsWhenAFileStandsInTheWay) {
+    ScopedDataHome home;
+    const std::string blocker = home.root() + "/file";
+    std::FILE* file = std::fopen(blocker.c_str(), "w");
+    ASSERT_NE(file, nullptr);
+    std::fclose(file);
+    home.use(blocker + "/data");
+    EXPECT_LT(createVELQAppUserDirectory(), 0);
+}
+
+}  // namespace
