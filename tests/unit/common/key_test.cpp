@@ -235,4 +235,25 @@ TEST_F(KeyTest, DefaultParametersAreStoredAndUseAtLeast64MiB) {
     VELQKey::freeVELQKey(&loaded);
 }
 
+TEST_F(KeyTest, CipherOfALoadedKeyDecryptsWhatTheOriginalEncrypted) {
+    ASSERT_EQ(m_pKey->saveToFile(m_rootPath, kPassword, kCheap), 0);
+    std::vector<unsigned char> header(1088, 0x11), last(48, 0x22);
+    std::fill(last.end() - 16, last.end(), 0);
+    const std::vector<unsigned char> plainLast = last;
+    long result = -1;
+    VELQCrypt writer(*m_pKey, result);
+    ASSERT_EQ(result, 0);
+    ASSERT_EQ(writer.encryptStream(header.data(), header.size(), 0), 0);
+    ASSERT_EQ(writer.encryptStream(last.data(), last.size(), 1), 0);
+
+    VELQKey* loaded = nullptr;
+    ASSERT_EQ(VELQKey::loadVELQKey(&loaded, m_rootPath, kVELQRootKeyPassPhrase), 0);
+    VELQCrypt reader(*loaded, result);
+    VELQKey::freeVELQKey(&loaded);
+    ASSERT_EQ(result, 0);
+    ASSERT_EQ(reader.decryptStream(header.data(), header.size(), 0), 0);
+    ASSERT_EQ(reader.decryptStream(last.data(), last.size(), 1), 0);
+    EXPECT_EQ(last, plainLast);
+}
+
 }  // namespace

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <thread>
 
 #include "common/VELQUserDirectory.h"
 #include "common/VELQUserInfo.h"
@@ -104,6 +105,31 @@ TEST_F(UserInfoTest, UserOfAnotherDomainHasNoRecord) {
     VELQUserInfo user(4244, u"remote", velqdir::hostDomain() + u"-elsewhere");
     EXPECT_LT(user.save(0), 0);
     EXPECT_LT(user.load(0), 0);
+}
+
+TEST_F(UserInfoTest, ConcurrentCallersShareOneOwnerAndOneList) {
+    constexpr int kThreads = 4;
+    std::vector<VELQUserInfo*> owners(kThreads, nullptr);
+    std::vector<std::vector<VELQUserInfo*>*> lists(kThreads, nullptr);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&, i] {
+            owners[i] = VELQUserInfoManager::getCurrentProcessOwner();
+            VELQUserInfoManager::initUsers(1);
+            lists[i] = VELQUserInfoManager::getAllUsers();
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (int i = 1; i < kThreads; ++i) {
+        EXPECT_EQ(owners[i], owners[0]);
+        EXPECT_EQ(lists[i], lists[0]);
+    }
+    const std::size_t count = lists[0]->size();
+    VELQUserInfoManager::releaseUsers();
+    ASSERT_EQ(VELQUserInfoManager::initUsers(1), 0);
+    EXPECT_EQ(VELQUserInfoManager::getAllUsers()->size(), count) << "every account exactly once";
 }
 
 }  // namespace
