@@ -1,0 +1,164 @@
+#include "winbio/backend.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+
+namespace plat::winbio {
+
+namespace {
+
+std::mutex g_backendMutex;
+// Never destroyed once chosen: callbacks and waits of other threads may outlive static destructors.
+Backend* g_pBackend = nullptr;
+
+bool readWholeFile(const char* path, std::string& text) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        return false;
+    }
+    std::ostringstream content;
+    content << file.rdbuf();
+    text = content.str();
+    return !file.bad();
+}
+
+// The sensor that VELQ_WINBIO_SIM describes; null (with the reason on stderr) when it cannot be read.
+std::unique_ptr<Backend> simFromEnvironment() {
+    const char* path = std::getenv("VELQ_WINBIO_SIM");
+    std::string text;
+    if (path != nullptr && *path != '\0' && !readWholeFile(path, text)) {
+        std::fprintf(stderr, "VELQ_WINBIO_SIM=%s cannot be read; no sensor.\n", path);
+        return nullptr;
+    }
+    SimScript script;
+    std::string error;
+    if (!parseSimScript(text, script, error)) {
+        std::fprintf(stderr, "VELQ_WINBIO_SIM=%s: %s; no sensor.\n", path, error.c_str());
+        return nullptr;
+    }
+    std::unique_ptr<Backend> sim = makeSimBackend(script, error);
+    if (!sim) {
+        std::fprintf(stderr, "%s; no sensor.\n", error.c_str());
+    }
+    return sim;
+}
+
+std::unique_ptr<Backend> makeBackendFromEnvironment() {
+    std::string warning;
+    const std::string_view name = chooseBackendName(std::getenv("VELQ_WINBIO"), simBackendBuiltIn(), warning);
+    if (!warning.empty()) {
+        std::fprintf(stderr, "%s\n", warning.c_str());
+    }
+    std::unique_ptr<Backend> backend = name == "sim" ? simFromEnvironment() : nullptr;
+    return backend ? std::move(backend) : makeNoneBackend();
+}
+
+}  // namespace
+
+std::string_view chooseBackendName(const char* requested, bool simBuiltIn, std::string& warning) {
+    warning.clear();
+    const std::string_view asked = requested == nullptr ? std::string_view() : std::string_view(requested);
+    if (asked == "sim" && simBuiltIn) {
+        return "sim";
+    }
+    if (!asked.empty() && asked != "none") {
+        warning = "VELQ_WINBIO=" + std::string(asked) + " is not available in this build; using none.";
+    }
+    return "none";
+}
+
+Backend& currentBackend() {
+    std::lock_guard<std::mutex> lock(g_backendMutex);
+    if (g_pBackend == nullptr) {
+        g_pBackend = makeBackendFromEnvironment().release();
+    }
+    return *g_pBackend;
+}
+
+std::unique_ptr<Backend> installBackend(std::unique_ptr<Backend> backend) {
+    std::lock_guard<std::mutex> lock(g_backendMutex);
+    std::unique_ptr<Backend> previous(g_pBackend);
+    g_pBackend = backend.release();
+    return previous;
+}
+
+}  // namespace plat::winbio
+
+namespace plat {
+
+using winbio::currentBackend;
+
+HRESULT WinBioGetEnabledSetting(BOOLEAN* value, WINBIO_SETTING_SOURCE_TYPE* source) {
+    return currentBackend().getEnabledSetting(value, source);
+}
+HRESULT WinBioEnumBiometricUnits(WINBIO_BIOMETRIC_TYPE factor, WINBIO_UNIT_SCHEMA** unitSchemaArray,
+                                 SIZE_T* unitCount) {
+    return currentBackend().enumBiometricUnits(factor, unitSchemaArray, unitCount);
+}
+HRESULT WinBioOpenSession(WINBIO_BIOMETRIC_TYPE factor, WINBIO_POOL_TYPE poolType, WINBIO_SESSION_FLAGS flags,
+                          WINBIO_UNIT_ID* unitArray, SIZE_T unitCount, GUID* databaseId,
+                          WINBIO_SESSION_HANDLE* sessionHandle) {
+    return currentBackend().openSession(factor, poolType, flags, unitArray, unitCount, databaseId,
+                                        sessionHandle);
+}
+HRESULT WinBioCloseSession(WINBIO_SESSION_HANDLE sessionHandle) {
+    return currentBackend().closeSession(sessionHandle);
+}
+HRESULT WinBioLockUnit(WINBIO_SESSION_HANDLE sessionHandle, WINBIO_UNIT_ID unitId) {
+    return currentBackend().lockUnit(sessionHandle, unitId);
+}
+HRESULT WinBioUnlockUnit(WINBIO_SESSION_HANDLE sessionHandle, WINBIO_UNIT_ID unitId) {
+    return currentBackend().unlockUnit(sessionHandle, unitId);
+}
+HRESULT WinBioIdentifyWithCallback(WINBIO_SESSION_HANDLE sessionHandle, PWINBIO_IDENTIFY_CALLBACK callback,
+                                   void* context) {
+    return currentBackend().identifyWithCallback(sessionHandle, callback, context);
+}
+HRESULT WinBioWait(WINBIO_SESSION_HANDLE sessionHandle) {
+    return currentBackend().wait(sessionHandle);
+}
+HRESULT WinBioCancel(WINBIO_SESSION_HANDLE sessionHandle) {
+    return currentBackend().cancel(sessionHandle);
+}
+HRESULT WinBioFree(void* address) {
+    return currentBackend().free(address);
+}
+HRESULT WinBioEnrollBegin(WINBIO_SESSION_HANDLE sessionHandle, WINBIO_BIOMETRIC_SUBTYPE subFactor,
+                          WINBIO_UNIT_ID unitId) {
+    return currentBackend().enrollBegin(sessionHandle, subFactor, unitId);
+}
+HRESULT WinBioEnrollCaptureWithCallback(WINBIO_SESSION_HANDLE sessionHandle,
+                                        PWINBIO_ENROLL_CAPTURE_CALLBACK callback, void* context) {
+    return currentBackend().enrollCaptureWithCallback(sessionHandle, callback, context);
+}
+HRESULT WinBioEnrollDiscard(WINBIO_SESSION_HANDLE sessionHandle) {
+    return currentBackend().enrollDiscard(sessionHandle);
+}
+HRESULT WinBioEnumEnrollments(WINBIO_SESSION_HANDLE sessionHandle, WINBIO_UNIT_ID unitId,
+                              WINBIO_IDENTITY* identity, WINBIO_BIOMETRIC_SUBTYPE** subFactorArray,
+                              SIZE_T* subFactorCount) {
+    return currentBackend().enumEnrollments(sessionHandle, unitId, identity, subFactorArray, subFactorCount);
+}
+HRESULT WinBioRegisterEventMonitor(WINBIO_SESSION_HANDLE sessionHandle, WINBIO_EVENT_TYPE eventMask,
+                                   PWINBIO_EVENT_CALLBACK callback, void* context) {
+    return currentBackend().registerEventMonitor(sessionHandle, eventMask, callback, context);
+}
+HRESULT WinBioUnregisterEventMonitor(WINBIO_SESSION_HANDLE sessionHandle) {
+    return currentBackend().unregisterEventMonitor(sessionHandle);
+}
+
+namespace sensor {
+std::uint64_t subscribeWindowEvents(WindowEventProc proc, void* context) {
+    return proc == nullptr ? 0 : currentBackend().subscribeWindowEvents(proc, context);
+}
+void unsubscribeWindowEvents(std::uint64_t id) {
+    if (id != 0) {
+        currentBackend().unsubscribeWindowEvents(id);
+    }
+}
+}  // namespace sensor
+
+}  // namespace plat
