@@ -61,6 +61,11 @@ std::u16string VELQAssistant::guardName(std::u16string_view name) {
 
 bool VELQAssistant::isExistInstance(const std::u16string& name) {
     const std::u16string mutexName = guardName(name);
+    if (m_hInstanceMutex != nullptr) {
+        // A second call guards the new name only; the old handle must not leak and keep its name alive.
+        plat::CloseHandle(m_hInstanceMutex);
+        m_hInstanceMutex = nullptr;
+    }
     m_hInstanceMutex = plat::CreateMutexW(nullptr, plat::FALSE, mutexName.c_str());
     if (m_hInstanceMutex == nullptr) {
         VELQ_LOG(DBG_LEVEL_WRN, u" (VELQAssistant::isExistInstance)", u"CreateMutex failure: %u",

@@ -20,7 +20,7 @@ public:
     // hand-off line). Creates the named mutex of guardName(name) and keeps it open for the life of this
     // object, so a second start with the same request sees it until this object is gone or its process
     // dies. A mutex that cannot be created counts as no other instance (false): the request goes on.
-    // Call once per object.
+    // A second call closes the first guard and guards the new name.
     bool isExistInstance(const std::u16string& name);
 
     // The path of a plain-path command line: every double quote left out, at most 259 characters kept.
