@@ -18,7 +18,7 @@ cp "$build/tools/velqmsg" "$work/"
 say() { printf '\n== %s\n' "$*"; }
 
 say "The question asked before a plain .lqvz file is decrypted, answered Yes by a script, in three languages"
-printf 'yes\nno\nyes\n' >"$work/answers"
+printf 'yes\n' >"$work/answers"
 export VELQ_UI=script VELQ_UI_SCRIPT="$work/answers" VELQ_UI_TRANSCRIPT="$work/transcript.jsonl"
 for lang in en_US.UTF-8 de_DE.UTF-8 ja_JP.UTF-8; do
     printf '%-12s answer: %s\n' "$lang" "$(LANG=$lang LANGUAGE= LC_ALL= LC_MESSAGES= "$work/velqmsg" 1064 1017 36)"
@@ -37,4 +37,13 @@ cat "$work/DbgLog.ini"
 echo
 LANGUAGE=fr "$work/velqmsg" 1059 1018 16 >/dev/null
 
-say "Not built yet: the encryption engine, the fingerprint gate and the velq command (see the issues)."
+say "VELQFileEncrypt asked to encrypt one file from the context menu: it stops at the fingerprint gate"
+echo "secret notes" >"$work/notes.txt"
+: >"$work/transcript.jsonl"
+status=0
+"$build/src/app/VELQFileEncrypt" "1::$work/notes.txt::1" || status=$?
+echo "exit status: $status"
+cat "$work/transcript.jsonl"
+ls "$work" | grep -E '^notes' | sed 's/^/left in the folder: /'
+
+say "Not built yet: the sensor backends behind the gate, the per-file engine, the velq command (see the issues)."
