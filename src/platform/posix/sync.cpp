@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "named_objects.h"
 #include "plat/errors.h"
 #include "plat/threads.h"
 
@@ -50,6 +51,15 @@ public:
 
     // With the wait lock held: the result of the wait if it is satisfied now, having taken its objects.
     std::optional<DWORD> tryTake(bool waitAll, DWORD threadId) {
+        const std::optional<DWORD> result = testAndTake(waitAll, threadId);
+        for (Waitable* object : m_vObjects) {
+            object->endTest();
+        }
+        return result;
+    }
+
+private:
+    std::optional<DWORD> testAndTake(bool waitAll, DWORD threadId) {
         if (!waitAll) {
             for (std::size_t i = 0; i < m_vObjects.size(); ++i) {
                 if (m_vObjects[i]->isSignalledFor(threadId)) {
@@ -72,6 +82,7 @@ public:
         return result;
     }
 
+public:
     // The shortest poll interval of the set; 0 when every change is announced.
     DWORD pollIntervalMs() const {
         DWORD interval = 0;
@@ -162,15 +173,17 @@ DWORD Event::acquire(DWORD /*threadId*/) {
 
 HANDLE CreateEventW(LPSECURITY_ATTRIBUTES /*lpEventAttributes*/, BOOL bManualReset, BOOL bInitialState,
                     LPCWSTR lpName) {
-    if (lpName != nullptr) {
-        SetLastError(ERROR_NOT_SUPPORTED);
-        return nullptr;
+    if (lpName != nullptr && *lpName != u'\0') {
+        return detail::createNamedEvent(bManualReset, bInitialState, lpName);
     }
     SetLastError(ERROR_SUCCESS);
     return new Event(bManualReset != FALSE, bInitialState != FALSE);
 }
 
 BOOL SetEvent(HANDLE hEvent) {
+    if (const std::optional<BOOL> named = detail::changeNamedEvent(hEvent, true)) {
+        return *named;
+    }
     Event* event = eventFrom(hEvent);
     if (event == nullptr) {
         return FALSE;
@@ -180,6 +193,9 @@ BOOL SetEvent(HANDLE hEvent) {
 }
 
 BOOL ResetEvent(HANDLE hEvent) {
+    if (const std::optional<BOOL> named = detail::changeNamedEvent(hEvent, false)) {
+        return *named;
+    }
     Event* event = eventFrom(hEvent);
     if (event == nullptr) {
         return FALSE;

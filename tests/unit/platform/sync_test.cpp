@@ -55,12 +55,6 @@ TEST(EventState, InitialStateAndResetAreSeenByZeroWaits) {
     EXPECT_EQ(WaitForSingleObject(set, 0), WAIT_TIMEOUT);
 }
 
-TEST(EventState, NamedEventsAreNotOfferedYet) {
-    SetLastError(0);
-    EXPECT_EQ(CreateEventW(nullptr, TRUE, FALSE, u"VELQCryptEvent"), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
-}
-
 TEST(EventWaiters, AutoResetReleasesExactlyOneOfTwoWaiters) {
     Handles handles;
     HANDLE automatic = handles.event(false, false);

@@ -1,4 +1,4 @@
-// Waitable kernel objects and the waits on them: events (unnamed for now), thread handles, and later the
+// Waitable kernel objects and the waits on them: events, thread handles, and (plat/named.h) the
 // named events and mutexes shared between processes.
 //
 // Every waitable object keeps its state under one process-wide wait lock, and every change of a state
@@ -41,6 +41,9 @@ public:
     virtual DWORD acquire(DWORD threadId) = 0;
     // Milliseconds between tests for objects whose changes are not announced; 0: every change is.
     virtual DWORD pollIntervalMs() const { return 0; }
+    // With the wait lock held, at the end of every round of isSignalledFor/acquire calls of a wait: lets
+    // go of whatever the round's tests held (named objects hold their state lock through the round).
+    virtual void endTest() {}
 
     // The process-wide lock over the state of every waitable object.
     static std::mutex& waitLock();
@@ -69,8 +72,10 @@ private:
 struct SECURITY_ATTRIBUTES;
 using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES*;
 
-// An unnamed event. `lpName` must be null for now (named events arrive with the objects shared between
-// processes): a name gives null with ERROR_NOT_SUPPORTED. The security attributes are ignored.
+// An event. Without a name (null or empty) it belongs to this process; with a name it is shared between
+// processes, and an existing one is opened with last error ERROR_ALREADY_EXISTS (its manual-reset and
+// state arguments then ignored): see plat/named.h for names and their failures. The security attributes
+// are ignored.
 HANDLE CreateEventW(LPSECURITY_ATTRIBUTES lpEventAttributes, BOOL bManualReset, BOOL bInitialState,
                     LPCWSTR lpName);
 // FALSE with ERROR_INVALID_HANDLE when `hEvent` is no event.
