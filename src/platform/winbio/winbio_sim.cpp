@@ -175,14 +175,28 @@ public:
         return S_OK;
     }
 
+    // Also waits until the session's last callback has returned (unless called from inside one), so
+    // that the caller may free the callbacks' context at once.
     HRESULT closeSession(WINBIO_SESSION_HANDLE handle) override {
-        return withSession("WinBioCloseSession", handle, [&](Session& session) {
-            session.closed = true;
-            session.cancelRequested = session.pending.kind != Pending::Kind::None;
-            session.enrolling = false;
-            releaseUnit(handle, session);
-            return S_OK;
-        });
+        HRESULT hr = S_OK;
+        if (failing("WinBioCloseSession", hr)) {
+            return hr;
+        }
+        std::unique_lock<std::mutex> lock(m_mutex);
+        Session* session = find(handle);
+        if (session == nullptr) {
+            return E_HANDLE;
+        }
+        session->closed = true;
+        session->cancelRequested = session->pending.kind != Pending::Kind::None;
+        session->enrolling = false;
+        releaseUnit(handle, *session);
+        m_changed.notify_all();
+        if (std::this_thread::get_id() != m_thread.get_id()) {
+            m_changed.wait(lock,
+                           [&] { return m_stop || (!session->cancelRequested && !session->delivering); });
+        }
+        return S_OK;
     }
 
     HRESULT lockUnit(WINBIO_SESSION_HANDLE handle, WINBIO_UNIT_ID unit) override {

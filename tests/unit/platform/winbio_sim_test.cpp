@@ -246,7 +246,7 @@ TEST_F(WinBioBackendTest, AfterTheTimelineTheSensorWaitsUntilCancelledEvenFromIt
     EXPECT_EQ(WinBioCloseSession(second), S_OK);
 }
 
-TEST_F(WinBioBackendTest, ASecondOperationOnABusySessionIsRefused) {
+TEST_F(WinBioBackendTest, ASecondOperationOnABusySessionIsRefusedAndClosingCancelsThePendingOne) {
     useSim("");
     const WINBIO_SESSION_HANDLE session = openSession();
     Seen seen;
@@ -254,6 +254,8 @@ TEST_F(WinBioBackendTest, ASecondOperationOnABusySessionIsRefused) {
     EXPECT_EQ(WinBioIdentifyWithCallback(session, recordIdentify, &seen), WINBIO_E_SESSION_BUSY);
     EXPECT_EQ(WinBioIdentifyWithCallback(session, nullptr, &seen), E_POINTER);
     EXPECT_EQ(WinBioCloseSession(session), S_OK);
+    // Closing cancels what was pending, and its callback has run by the time the close returns.
+    EXPECT_EQ(seen.statuses, (std::vector<HRESULT>{WINBIO_E_CANCELED}));
     EXPECT_EQ(WinBioWait(session), E_HANDLE);
 }
 

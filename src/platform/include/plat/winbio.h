@@ -206,7 +206,8 @@ HRESULT WinBioEnumBiometricUnits(WINBIO_BIOMETRIC_TYPE factor, WINBIO_UNIT_SCHEM
 HRESULT WinBioOpenSession(WINBIO_BIOMETRIC_TYPE factor, WINBIO_POOL_TYPE poolType, WINBIO_SESSION_FLAGS flags,
                           WINBIO_UNIT_ID* unitArray, SIZE_T unitCount, GUID* databaseId,
                           WINBIO_SESSION_HANDLE* sessionHandle);
-// Cancels what is pending (its callback gets WINBIO_E_CANCELED) and ends the session.
+// Cancels what is pending (its callback gets WINBIO_E_CANCELED) and ends the session. Returns once no
+// callback of the session runs any more (at once when called from inside one of them).
 HRESULT WinBioCloseSession(WINBIO_SESSION_HANDLE sessionHandle);
 // Reserves unit `unitId` (1 to the unit count; else WINBIO_E_INVALID_UNIT) for the session; a unit that
 // another session holds gives WINBIO_E_LOCK_VIOLATION. Unlock releases it.
