@@ -66,7 +66,7 @@ std::string sidText(const SidView& view) {
     if (view.authority >> 32 == 0) {
         text += std::to_string(view.authority);
     } else {
-        char hex[16];
+        char hex[24]; // room for any 64-bit value: the compiler cannot see the 48-bit bound
         std::snprintf(hex, sizeof hex, "0x%012llX", static_cast<unsigned long long>(view.authority));
         text += hex;
     }
