@@ -101,14 +101,17 @@ public:
     plat::HRESULT captureImage(bool keepRunning);
     plat::HRESULT identifyByEvent();
 
-    // Registers the client, or clears it with two nulls; any thread. Always 0. Once this returns with
-    // nulls, no notification that has not yet started its call will call the old client; one that is
-    // running finishes.
+    // Registers the client, or clears it with two nulls; any thread. Always 0. The pair is read and
+    // written whole, so a notification never calls a half-cleared client or a null one; a notification
+    // that read the old client just before this call may still run it once (never after the worker's
+    // WinBioWait has returned, since that outlasts every callback).
     plat::HRESULT setClient(BioClientProc callback, void* context);
 
     // Lets the worker end after the sample in progress: clears m_keepRunning and the client and cancels
     // what is pending. Any thread, the client's own notification included. 0, or BIO_E_FAILED when the
-    // cancel failed.
+    // cancel failed. Once the worker runs, an end asked for here is never lost, even while the worker is
+    // between two samples. Starting a worker (verifyUser and the others) sets m_keepRunning anew: an
+    // owner whose wait may have been ended before the start calls this again after the start.
     plat::HRESULT setThreadAutoEnd();
 
     // Cancels the operation and, once the worker has ended, closes its handle (caller thread). A worker
@@ -172,6 +175,7 @@ private:
     Client _client() const;
     plat::HRESULT _startWorker(BioOperationType opType, bool keepRunning);
     BioNotifyData& _notifyData();
+    void _cancelIfEnded();
     void _runVerifyUser();
     void _runEnroll();
     void _runImage();
