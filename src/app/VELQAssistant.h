@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "plat/types.h"
 
@@ -32,6 +33,46 @@ public:
     // hexadecimal digits of a hash of the whole (already replaced) text, so two long requests stay apart
     // and two spellings that are equal after the replacement stay equal.
     static std::u16string guardName(std::u16string_view name);
+
+    // --- The hand-off from a file manager or shell extension (VELQAssistantHandOff.cpp) ---
+
+    // Takes over a hand-off line MAPPING::EVENT::BYTES::T: sets *puMenuType from T, opens the event and
+    // the mapping, signals the event once the mapping is open (and on every later path that opened the
+    // event, exactly once), reads the text and appends its four lists. 1 on success. 0 when the line does
+    // not split, the event or mapping cannot be opened, the view fails, or the text is malformed (no NUL
+    // inside the mapped bytes, a mark missing or out of order); then no list is touched.
+    plat::BOOL initData(std::vector<std::u16string>& encryptFiles, std::vector<std::u16string>& decryptFiles,
+                        std::vector<std::u16string>& folders, std::vector<std::u16string>& legalMedia,
+                        plat::UINT* puMenuType, plat::LPCWSTR lpCmdLine);
+
+    struct HandOffFields {
+        std::u16string szMapping;
+        std::u16string szEvent;
+        int nBytes;
+        plat::UINT uMenuType;
+    };
+    // Splits a hand-off line at its ":" as the program always has (first ":" ends MAPPING, the last one
+    // starts T, BYTES lies between the closing "::" pairs). false when a field boundary is missing, so
+    // that no index ever runs outside the line.
+    static bool _parseHandOffCmdLine(std::u16string_view line, HandOffFields& fields);
+
+    // Appends to `list` every ";"-closed item that starts at or before `limit`, beginning behind the
+    // first ":" pair at or after `from`. Indexes are unsigned: a `limit` of npos - 1 (no ";" before the
+    // media mark) lets the list run to the end of the text.
+    static void _parseFilePathList(std::vector<std::u16string>& list, std::u16string_view text,
+                                   std::size_t from, std::size_t limit);
+
+    // The four lists of a hand-off text, appended in order; false (lists untouched) when a mark is
+    // missing or the marks are out of order.
+    static bool parseHandOffText(std::u16string_view text, std::vector<std::u16string>& encryptFiles,
+                                 std::vector<std::u16string>& decryptFiles,
+                                 std::vector<std::u16string>& folders,
+                                 std::vector<std::u16string>& legalMedia);
+
+    // The turn event "VELQAssistantEvent": created auto-reset and unsignalled, or opened when another
+    // process made it first (then *pbOtherFirst is true and the caller waits for its turn). Null when
+    // neither works; the verification then runs without a turn. The caller keeps the handle open.
+    static plat::HANDLE _openAssistantEvent(bool* pbOtherFirst);
 
 private:
     plat::HANDLE m_hInstanceMutex;

@@ -143,23 +143,18 @@ plat::HRESULT _doMultiFilesProcess(plat::LPCWSTR lpCmdLine) {
         LOG_ERROR_CODE(u" (_doMultiFilesProcess)", plat::E_INVALIDARG);
         return plat::E_INVALIDARG;
     }
-    // The hand-off (VELQAssistant::initData: the file manager's mapping and event) is not built yet.
-    // Until it is, every hand-off fails as one whose mapping cannot be opened: nothing shown, E_FAIL,
-    // before the guard, the gate or any file is touched. The lists, menu type and the steps after the
-    // hand-off stay in place for it.
+    // The hand-off comes before the guard, so that the sender is released even when this start is a
+    // second one of the same request.
+    VELQAssistant assistant;
     std::vector<std::u16string> encryptFiles;
     std::vector<std::u16string> decryptFiles;
     std::vector<std::u16string> folders;
     std::vector<std::u16string> legalMedia;
     plat::UINT uMenuType = 0;
-    const bool bHandedOff = false;
-    if (!bHandedOff) {
-        VELQ_LOG(DBG_LEVEL_ERR, u" (_doMultiFilesProcess)", u"The hand-off is not available yet: %s",
-                 lpCmdLine);
+    if (assistant.initData(encryptFiles, decryptFiles, folders, legalMedia, &uMenuType, lpCmdLine) == 0) {
         LOG_ERROR_CODE(u" (_doMultiFilesProcess)", plat::E_FAIL);
         return plat::E_FAIL;
     }
-    VELQAssistant assistant;
     if (assistant.isExistInstance(lpCmdLine)) {
         LOG_ERROR_CODE(u" (_doMultiFilesProcess)", plat::E_FAIL);
         return plat::E_FAIL;
