@@ -193,8 +193,8 @@ def case_menu_type_3(program):
 
 
 def case_handoff(program):
-    # The hand-off of the file manager is not built yet: every hand-off fails as one whose mapping cannot
-    # be opened, before the guard and the gate, showing nothing.
+    # A hand-off whose event does not exist fails before the guard and the gate, showing nothing
+    # (handoff_test.py drives real hand-offs through velq).
     sandbox = Sandbox()
     try:
         status = run(program, sandbox, ["MapName::EventName::0::1"])

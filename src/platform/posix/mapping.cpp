@@ -123,11 +123,10 @@ HANDLE openNamedMapping(LPCWSTR name, bool create, const ObjectState& initial, b
 
 HANDLE CreateFileMappingW(HANDLE hFile, LPSECURITY_ATTRIBUTES /*lpFileMappingAttributes*/, DWORD flProtect,
                           DWORD dwMaximumSizeHigh, DWORD dwMaximumSizeLow, LPCWSTR lpName) {
-    if (hFile != INVALID_HANDLE_VALUE) {
-        SetLastError(ERROR_NOT_SUPPORTED);  // mappings of files: their own kind of Mapping, to come
-        return nullptr;
-    }
     const ULONGLONG size = (static_cast<ULONGLONG>(dwMaximumSizeHigh) << 32) | dwMaximumSizeLow;
+    if (hFile != INVALID_HANDLE_VALUE) {
+        return detail::createFileMapping(hFile, flProtect, size, lpName);
+    }
     if (size == 0 || (flProtect != PAGE_READWRITE && flProtect != PAGE_READONLY)) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;

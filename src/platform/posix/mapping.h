@@ -34,4 +34,7 @@ public:
     virtual std::unique_ptr<MappedView> openView(DWORD access, ULONGLONG offset, std::size_t bytes) = 0;
 };
 
+// A mapping of the file behind `hFile` (posix/file_mapping.cpp; what it promises: plat/file_mapping.h).
+HANDLE createFileMapping(HANDLE hFile, DWORD flProtect, ULONGLONG size, LPCWSTR lpName);
+
 }  // namespace plat::detail

@@ -1,6 +1,9 @@
 // The program's side of the hand-off: the line's four fields, the text's four lists (with the rule that
 // the fourth list is read only when the first three are empty), and initData against real named objects
 // of the runtime folder, as a file manager's sender leaves them.
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -8,6 +11,7 @@
 #include <vector>
 
 #include "app/VELQAssistant.h"
+#include "app/VELQFileEncryptMain.h"
 #include "app_test_support.h"
 #include "plat/handle.h"
 #include "plat/named.h"
@@ -262,6 +266,55 @@ TEST_F(HandOff, NothingOfTheHandOffOutlivesTheCall) {
     m_hMapping = nullptr;
     EXPECT_EQ(plat::OpenFileMappingW(plat::FILE_MAP_READ, plat::FALSE, u"test-handoff-map"), nullptr)
         << "the program kept the mapping open";
+}
+
+// A second start of a hand-off that is still being worked on: it releases the sender all the same, then
+// ends at the guard without a word, before the gate.
+TEST_F(HandOff, SecondStartOfTheSameHandOffEndsAtTheGuard) {
+    const char16_t* line = u"test-handoff-map::test-handoff-event::0::1";
+    share(kText, 4096);
+    int ready[2];
+    int hold[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    ASSERT_EQ(::pipe(hold), 0);
+    const pid_t pid = ::fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        ::close(ready[0]);
+        ::close(hold[1]);
+        {
+            VELQAssistant first;
+            const char verdict = first.isExistInstance(line) ? 't' : 'f';
+            (void)!::write(ready[1], &verdict, 1);
+            char ignored = 0;
+            (void)!::read(hold[0], &ignored, 1);
+        }
+        ::_exit(0);
+    }
+    ::close(ready[1]);
+    ::close(hold[0]);
+    char verdict = 0;
+    ASSERT_EQ(::read(ready[0], &verdict, 1), 1);
+    EXPECT_EQ(verdict, 'f');
+    ::close(ready[0]);
+
+    ScopedEnv noSensor("VELQ_WINBIO", "none");
+    {
+        app_test::ScopedRecordingBackend ui;
+        EXPECT_EQ(_doMultiFilesProcess(line), plat::E_FAIL);
+        EXPECT_TRUE(signalled());
+        EXPECT_TRUE(ui->boxes.empty());
+        EXPECT_TRUE(ui->cursors.empty());
+    }
+    ::close(hold[1]);
+    ::waitpid(pid, nullptr, 0);
+    {
+        // With the first start gone the same hand-off goes on to the gate.
+        app_test::ScopedRecordingBackend ui;
+        _doMultiFilesProcess(line);
+        EXPECT_TRUE(signalled());
+        EXPECT_FALSE(ui->boxes.empty() && ui->cursors.empty());
+    }
 }
 
 class TurnEvent : public testing::Test {

@@ -69,7 +69,7 @@ HANDLE OpenEventW(DWORD dwDesiredAccess, BOOL bInheritHandle, LPCWSTR lpName);
 // new; a name that exists gives the existing mapping (of its own size) with ERROR_ALREADY_EXISTS.
 // `flProtect` PAGE_READWRITE or PAGE_READONLY. Failures: ERROR_INVALID_PARAMETER for a size of 0 or
 // another protection, ERROR_DISK_FULL or ERROR_NOT_ENOUGH_MEMORY when the runtime folder cannot hold it.
-// Mappings of files (any other `hFile`) give ERROR_NOT_SUPPORTED for now.
+// Mappings of files (any other `hFile`): see plat/file_mapping.h.
 HANDLE CreateFileMappingW(HANDLE hFile, LPSECURITY_ATTRIBUTES lpFileMappingAttributes, DWORD flProtect,
                           DWORD dwMaximumSizeHigh, DWORD dwMaximumSizeLow, LPCWSTR lpName);
 

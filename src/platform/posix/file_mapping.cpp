@@ -1,0 +1,199 @@
+// Mappings of files: views are private buffers filled by pread and written back by pwrite, which for the
+// crypt engine's sequential block work measured faster than mmap views (bench/mapping_bench.cpp) and
+// turns a failed read, or a file cut short under a view, into the in-page error without a signal handler.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "files_internal.h"
+#include "mapping.h"
+#include "plat/errors.h"
+#include "plat/file_mapping.h"
+
+namespace plat {
+
+namespace {
+
+using detail::MappedView;
+using detail::Mapping;
+
+constexpr std::size_t kPageSize = 4096;
+
+thread_local bool t_bInPageError = false;
+
+std::size_t roundUpToPage(std::size_t bytes) {
+    return (bytes + kPageSize - 1) / kPageSize * kPageSize;
+}
+
+// Reads `length` bytes at `offset`; false on a read error or when the file ends first (the rest is zero).
+bool readFully(int fd, unsigned char* buffer, std::size_t length, ULONGLONG offset) {
+    std::size_t done = 0;
+    while (done < length) {
+        const ssize_t got = ::pread(fd, buffer + done, length - done, static_cast<off_t>(offset + done));
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got <= 0) {
+            std::memset(buffer + done, 0, length - done);
+            return false;
+        }
+        done += static_cast<std::size_t>(got);
+    }
+    return true;
+}
+
+bool writeFully(int fd, const unsigned char* buffer, std::size_t length, ULONGLONG offset) {
+    std::size_t done = 0;
+    while (done < length) {
+        const ssize_t put = ::pwrite(fd, buffer + done, length - done, static_cast<off_t>(offset + done));
+        if (put < 0 && errno == EINTR) {
+            continue;
+        }
+        if (put <= 0) {
+            setLastErrorFromErrno(put < 0 ? errno : ENOSPC);
+            return false;
+        }
+        done += static_cast<std::size_t>(put);
+    }
+    return true;
+}
+
+// One view: a page-aligned buffer of the view's bytes.
+class BufferedView : public MappedView {
+public:
+    BufferedView(int fd, unsigned char* buffer, std::size_t length, ULONGLONG offset, bool writable)
+        : m_fd(fd), m_pBuffer(buffer), m_nLength(length), m_nOffset(offset), m_bWritable(writable) {}
+    ~BufferedView() override { std::free(m_pBuffer); }
+
+    void* address() const override { return m_pBuffer; }
+    std::size_t regionSize() const override { return roundUpToPage(m_nLength); }
+    bool isWritable() const override { return m_bWritable; }
+    bool close() override {
+        if (!m_bWritable || m_pBuffer == nullptr) {
+            return true;
+        }
+        const bool written = writeFully(m_fd, m_pBuffer, m_nLength, m_nOffset);
+        if (!written) {
+            t_bInPageError = true;
+        }
+        return written;
+    }
+
+private:
+    const int m_fd;
+    unsigned char* const m_pBuffer;
+    const std::size_t m_nLength;
+    const ULONGLONG m_nOffset;
+    const bool m_bWritable;
+};
+
+// A mapping of one file. It keeps the file object alive, as a Windows mapping keeps its file open.
+class FileMapping : public Mapping {
+public:
+    FileMapping(FileObject* file, ULONGLONG size, bool writable)
+        : m_pFile(file), m_nSize(size), m_bWritable(writable) {
+        m_pFile->addRef();
+    }
+
+    std::unique_ptr<MappedView> openView(DWORD access, ULONGLONG offset, std::size_t bytes) override {
+        const bool writable = (access & FILE_MAP_WRITE) != 0;
+        if ((writable && !m_bWritable) || offset >= m_nSize || bytes > m_nSize - offset) {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return nullptr;
+        }
+        const std::size_t length = bytes == 0 ? static_cast<std::size_t>(m_nSize - offset) : bytes;
+        auto* buffer = static_cast<unsigned char*>(std::aligned_alloc(kPageSize, roundUpToPage(length)));
+        if (buffer == nullptr) {
+            SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+            return nullptr;
+        }
+        // The page's tail behind the view reads as zero, as on Windows.
+        std::memset(buffer + length, 0, roundUpToPage(length) - length);
+        if (!readFully(m_pFile->fd(), buffer, length, offset)) {
+            t_bInPageError = true;
+        }
+        return std::make_unique<BufferedView>(m_pFile->fd(), buffer, length, offset, writable);
+    }
+
+protected:
+    ~FileMapping() override { m_pFile->release(); }
+
+private:
+    FileObject* const m_pFile;
+    const ULONGLONG m_nSize;
+    const bool m_bWritable;
+};
+
+// Extends the file to `size` and reserves every byte of it on the medium.
+bool reserveWholeLength(int fd, ULONGLONG size) {
+    int result = 0;
+    do {
+        result = ::posix_fallocate(fd, 0, static_cast<off_t>(size));
+    } while (result == EINTR);
+    if (result == EFBIG) {
+        SetLastError(ERROR_DISK_FULL);  // longer than the medium can ever hold a file
+        return false;
+    }
+    if (result != 0) {
+        setLastErrorFromErrno(result);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+namespace detail {
+
+HANDLE createFileMapping(HANDLE hFile, DWORD flProtect, ULONGLONG size, LPCWSTR lpName) {
+    auto* file = handleAs<FileObject>(hFile);
+    if (file == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    if ((flProtect != PAGE_READONLY && flProtect != PAGE_READWRITE) || (lpName != nullptr && *lpName != 0)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    struct stat st {};
+    if (::fstat(file->fd(), &st) != 0) {
+        setLastErrorFromErrno(errno);
+        return nullptr;
+    }
+    const auto fileSize = static_cast<ULONGLONG>(st.st_size);
+    const ULONGLONG mappingSize = size == 0 ? fileSize : size;
+    if (mappingSize == 0) {
+        SetLastError(ERROR_FILE_INVALID);
+        return nullptr;
+    }
+    const bool writable = flProtect == PAGE_READWRITE;
+    if (!writable && mappingSize > fileSize) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    if (writable) {
+        if ((::fcntl(file->fd(), F_GETFL) & O_ACCMODE) != O_RDWR) {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return nullptr;
+        }
+        if (!reserveWholeLength(file->fd(), mappingSize)) {
+            return nullptr;
+        }
+    }
+    SetLastError(ERROR_SUCCESS);
+    return new FileMapping(file, mappingSize, writable);
+}
+
+}  // namespace detail
+
+BOOL TakeInPageError() {
+    const bool marked = t_bInPageError;
+    t_bInPageError = false;
+    return marked ? TRUE : FALSE;
+}
+
+}  // namespace plat

@@ -1,0 +1,233 @@
+#!/usr/bin/env python3
+"""End-to-end tests of the hand-off: `velq` hands real paths (or raw texts) to the built VELQFileEncrypt
+through named objects of a private runtime folder, as the file managers' menu entries do.
+
+Usage: handoff_test.py VELQ PROGRAM CASE     (CASE: one of the names in CASES, or "all")
+
+A hand-off that fails shows nothing and ends with status 5; one that succeeds goes on to the fingerprint
+gate (no sensor here: message 1059, status 5) or, for a search, straight to the search without the gate.
+Exit status 0 when the case passes, 1 when it fails.
+"""
+import json
+import os
+import shutil
+import stat
+import subprocess
+import sys
+import tempfile
+
+GATE_LINES = [
+    {"ui": "cursor", "id": 32512},
+    {"ui": "messagebox", "text": "Failed to open the sensor.", "caption": "Error", "flags": 16,
+     "owner": False, "answer": 1, "default": True},
+]
+TEXT = "DropEncryptFilePath::{file};DropDecryptFilePath::DropFolderPath::DropLegalMedia::"
+
+
+class Failure(Exception):
+    pass
+
+
+def expect(condition, text):
+    if not condition:
+        raise Failure(text)
+
+
+class Sandbox:
+    def __init__(self, velq, program):
+        self.velq = velq
+        self.root = tempfile.mkdtemp(prefix="velq-handoff-")
+        self.transcript = os.path.join(self.root, "transcript.jsonl")
+        self.docs = os.path.join(self.root, "docs")
+        os.makedirs(os.path.join(self.docs, "sub"))
+        self.files = {}
+        for name, content in (("a b.txt", b"first file\n"), ("sub/c.txt", b"second\n")):
+            path = os.path.join(self.docs, name)
+            with open(path, "wb") as f:
+                f.write(content)
+            self.files[path] = content
+        self.env = {
+            "PATH": os.environ.get("PATH", "/usr/bin:/bin"),
+            "HOME": self.root,
+            "LANGUAGE": "en",
+            "LC_ALL": "C",
+            "VELQ_UI": "script",
+            "VELQ_UI_SCRIPT": os.path.join(self.root, "answers"),
+            "VELQ_UI_TRANSCRIPT": self.transcript,
+            "VELQ_WINBIO": "none",
+            "VELQ_RUNTIME_DIR": os.path.join(self.root, "run"),
+            "VELQ_DATA_HOME": os.path.join(self.root, "data"),
+            "VELQ_PROGRAM": program,
+            "TMPDIR": self.root,
+        }
+        for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS"):
+            if name in os.environ:
+                self.env[name] = os.environ[name]
+        with open(self.env["VELQ_UI_SCRIPT"], "w") as f:
+            f.write("yes\n" * 4)
+
+    def close(self):
+        shutil.rmtree(self.root, ignore_errors=True)
+
+    def velq_run(self, args, **extra_env):
+        env = dict(self.env, **extra_env)
+        if os.path.exists(self.transcript):
+            os.remove(self.transcript)
+        done = subprocess.run([self.velq] + args, env=env, cwd=self.root, capture_output=True, text=True,
+                              timeout=120)
+        return done.returncode, done.stderr
+
+    def lines(self):
+        if not os.path.exists(self.transcript):
+            return []
+        with open(self.transcript, encoding="utf-8") as f:
+            return [json.loads(line) for line in f if line.strip()]
+
+    def check_clean(self):
+        """The files are as they were, and no object of the hand-off is left in the runtime folder."""
+        for path, content in self.files.items():
+            with open(path, "rb") as f:
+                expect(f.read() == content, "%s was changed" % path)
+        run = self.env["VELQ_RUNTIME_DIR"]
+        left = [n for n in os.listdir(run) if n.startswith("velq-handoff-")] if os.path.isdir(run) else []
+        expect(left == [], "hand-off objects left behind: %r" % left)
+
+    def raw(self, text, type_="1", byte_count=None):
+        path = os.path.join(self.root, "text")
+        with open(path, "w", encoding="utf-8") as f:
+            f.write(text)
+        args = ["handoff", "--text", path, "--type", type_]
+        if byte_count is not None:
+            args += ["--bytes", str(byte_count)]
+        return self.velq_run(args)
+
+
+def with_sandbox(case):
+    def run(velq, program):
+        sandbox = Sandbox(velq, program)
+        try:
+            case(sandbox)
+        finally:
+            sandbox.close()
+    return run
+
+
+@with_sandbox
+def case_paths_reach_the_gate(sandbox):
+    # Files and a folder, relative and absolute: the program takes the hand-off and stops at the gate.
+    status, err = sandbox.velq_run(["encrypt", "docs/a b.txt", sandbox.docs])
+    expect(status == 5, "encrypt: status %d, expected 5 (%s)" % (status, err))
+    expect(sandbox.lines() == GATE_LINES, "encrypt: transcript %r" % sandbox.lines())
+    expect("without taking the hand-off" not in err, "the program did not signal: " + err)
+    sandbox.check_clean()
+
+
+@with_sandbox
+def case_search_without_the_gate(sandbox):
+    status, err = sandbox.velq_run(["search", sandbox.docs])
+    lines = sandbox.lines()
+    expect(all(line not in lines for line in GATE_LINES), "a search ran the gate: %r" % lines)
+    expect(status in (0, 5), "search: status %d (%s)" % (status, err))
+    for line in lines:
+        if line.get("ui") == "search":
+            expect("location:" + sandbox.docs in line["query"], "search query %r" % line["query"])
+    sandbox.check_clean()
+
+
+@with_sandbox
+def case_malformed_texts_fail_quietly(sandbox):
+    text = TEXT.format(file=os.path.join(sandbox.docs, "a b.txt"))
+    utf16_bytes = 2 * len(text)
+    for label, args in (
+        ("a mark missing", (text.replace("DropFolderPath::", ""),)),
+        ("no NUL inside the bytes", (text, "1", utf16_bytes)),
+        ("bytes beyond the mapping", (text, "1", 1 << 20)),
+    ):
+        status, err = sandbox.raw(*args)
+        expect(status == 5, "%s: status %d, expected 5 (%s)" % (label, status, err))
+        expect(sandbox.lines() == [], "%s: showed %r" % (label, sandbox.lines()))
+        expect("without taking the hand-off" not in err, "%s: the event was never signalled" % label)
+        sandbox.check_clean()
+    # The same text whole is taken: the program goes on to the gate.
+    status, _ = sandbox.raw(text, "1")
+    expect(status == 5 and sandbox.lines() == GATE_LINES, "the whole text: %d %r" % (status, sandbox.lines()))
+
+
+@with_sandbox
+def case_menu_type_read_whole(sandbox):
+    text = TEXT.format(file=os.path.join(sandbox.docs, "a b.txt"))
+    # "14" is no search, though it ends in 4: the gate runs. "004" is a search: it does not.
+    status, _ = sandbox.raw(text, "14")
+    expect(status == 5 and sandbox.lines() == GATE_LINES, "type 14: %d %r" % (status, sandbox.lines()))
+    sandbox.raw(text, "004")
+    lines = sandbox.lines()
+    expect(all(line not in lines for line in GATE_LINES), "type 004 ran the gate: %r" % lines)
+    sandbox.check_clean()
+
+
+@with_sandbox
+def case_program_that_never_signals(sandbox):
+    # A program that dies at once and one that outlives the time limit: velq gives up the objects and
+    # exits with the program's own status either way.
+    script = os.path.join(sandbox.root, "stand-in")
+    with open(script, "w") as f:
+        f.write("#!/bin/sh\ncase \"$1\" in *::1) exit 3;; esac\nsleep 2\nexit 7\n")
+    os.chmod(script, stat.S_IRWXU)
+    status, err = sandbox.velq_run(["encrypt", sandbox.docs], VELQ_PROGRAM=script)
+    expect(status == 3, "dying program: status %d (%s)" % (status, err))
+    expect("without taking the hand-off" in err, "no word of the missing signal: %r" % err)
+    status, err = sandbox.velq_run(["search", sandbox.docs], VELQ_PROGRAM=script, VELQ_HANDOFF_TIMEOUT="1")
+    expect(status == 7, "slow program: status %d (%s)" % (status, err))
+    expect("no signal from VELQFileEncrypt" in err, "no word of the time limit: %r" % err)
+    sandbox.check_clean()
+
+
+@with_sandbox
+def case_wrong_use(sandbox):
+    for args, expected in (
+        ([], 2), (["frobnicate"], 2), (["encrypt"], 2), (["handoff", "--type", "1"], 2),
+        (["handoff", "--text", "x", "--type", "one"], 2), (["handoff", "--text"], 2),
+        (["encrypt", os.path.join(sandbox.root, "no such file")], 1),
+        (["decrypt", os.path.join(sandbox.docs, "a b.txt")], 1),
+        (["search", os.path.join(sandbox.docs, "a b.txt")], 1),
+    ):
+        status, err = sandbox.velq_run(args)
+        expect(status == expected, "%r: status %d, expected %d" % (args, status, expected))
+        expect(err.startswith("velq: ") or err.startswith("usage: "), "%r: no message: %r" % (args, err))
+        expect(sandbox.lines() == [], "%r: the program was started" % args)
+    semi = os.path.join(sandbox.docs, "x;y.txt")
+    open(semi, "w").close()
+    status, err = sandbox.velq_run(["encrypt", semi])
+    expect(status == 1 and '";"' in err, "a path with ';': %d %r" % (status, err))
+    done = subprocess.run([sandbox.velq, "--help"], capture_output=True, text=True)
+    expect(done.returncode == 0 and "velq encrypt PATH" in done.stdout, "--help: %r" % done.stdout)
+
+
+CASES = {
+    "paths_reach_the_gate": case_paths_reach_the_gate,
+    "search_without_the_gate": case_search_without_the_gate,
+    "malformed_texts_fail_quietly": case_malformed_texts_fail_quietly,
+    "menu_type_read_whole": case_menu_type_read_whole,
+    "program_that_never_signals": case_program_that_never_signals,
+    "wrong_use": case_wrong_use,
+}
+
+
+def main():
+    if len(sys.argv) != 4 or (sys.argv[3] not in CASES and sys.argv[3] != "all"):
+        print("usage: handoff_test.py VELQ PROGRAM {%s|all}" % "|".join(CASES), file=sys.stderr)
+        return 2
+    velq, program = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
+    result = 0
+    for name in list(CASES) if sys.argv[3] == "all" else [sys.argv[3]]:
+        try:
+            CASES[name](velq, program)
+            print("%s: passed" % name)
+        except Failure as failure:
+            print("%s: FAILED: %s" % (name, failure))
+            result = 1
+    return result
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,213 @@
+// Mappings of files and their views: granular offsets, write-back at unmap, whole-length reservation,
+// and the in-page error of a file that shrinks under its mapping.
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+#include "plat/errors.h"
+#include "plat/file_mapping.h"
+#include "plat/files.h"
+#include "plat/strings.h"
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+Bytes patterned(std::size_t length) {
+    Bytes bytes(length);
+    for (std::size_t i = 0; i < length; ++i) {
+        bytes[i] = static_cast<unsigned char>(i * 7 + (i >> 16));
+    }
+    return bytes;
+}
+
+Bytes readAll(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+class FileMappingTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = (std::filesystem::temp_directory_path() / "velq-mapping-XXXXXX").string();
+        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+        m_folder = pattern;
+        plat::TakeInPageError();
+    }
+    void TearDown() override {
+        for (plat::HANDLE handle : m_handles) {
+            plat::CloseHandle(handle);
+        }
+        std::error_code ignored;
+        std::filesystem::remove_all(m_folder, ignored);
+    }
+
+    plat::HANDLE open(const std::string& name, plat::DWORD access, plat::DWORD disposition) {
+        plat::HANDLE file = plat::CreateFileW(plat::fromUtf8(m_folder + "/" + name).c_str(), access, 0,
+                                              nullptr, disposition, plat::FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (file != plat::INVALID_HANDLE_VALUE) {
+            m_handles.push_back(file);
+        }
+        return file;
+    }
+
+    plat::HANDLE map(plat::HANDLE file, plat::DWORD protect, std::uint64_t size) {
+        plat::HANDLE mapping =
+            plat::CreateFileMappingW(file, nullptr, protect, static_cast<plat::DWORD>(size >> 32),
+                                     static_cast<plat::DWORD>(size), nullptr);
+        if (mapping != nullptr) {
+            m_handles.push_back(mapping);
+        }
+        return mapping;
+    }
+
+    void write(const std::string& name, const Bytes& bytes) {
+        std::ofstream out(m_folder + "/" + name, std::ios::binary | std::ios::trunc);
+        out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    }
+
+    std::string m_folder;
+    std::vector<plat::HANDLE> m_handles;
+};
+
+TEST_F(FileMappingTest, ReadViewShowsTheFileAtGranularOffsetsOnly) {
+    const Bytes content = patterned(200000);
+    write("src", content);
+    plat::HANDLE mapping = map(open("src", plat::GENERIC_READ, plat::OPEN_EXISTING), plat::PAGE_READONLY, 0);
+    ASSERT_NE(mapping, nullptr);
+
+    const auto* view =
+        static_cast<const unsigned char*>(plat::MapViewOfFile(mapping, plat::FILE_MAP_READ, 0, 65536, 0));
+    ASSERT_NE(view, nullptr);
+    EXPECT_EQ(std::memcmp(view, content.data() + 65536, content.size() - 65536), 0);
+    EXPECT_TRUE(plat::UnmapViewOfFile(view));
+    EXPECT_FALSE(plat::TakeInPageError());
+
+    EXPECT_EQ(plat::MapViewOfFile(mapping, plat::FILE_MAP_READ, 0, 4096, 16), nullptr);
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_MAPPED_ALIGNMENT);
+    EXPECT_EQ(plat::MapViewOfFile(mapping, plat::FILE_MAP_READ, 0, 131072, 200000 - 131072 + 1), nullptr);
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_ACCESS_DENIED) << "past the mapping's end";
+    EXPECT_EQ(plat::MapViewOfFile(mapping, plat::FILE_MAP_READ | plat::FILE_MAP_WRITE, 0, 0, 16), nullptr);
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_ACCESS_DENIED) << "a read-only mapping";
+}
+
+TEST_F(FileMappingTest, MappingRefusesWhatWindowsRefuses) {
+    write("empty", {});
+    EXPECT_EQ(map(open("empty", plat::GENERIC_READ, plat::OPEN_EXISTING), plat::PAGE_READONLY, 0), nullptr);
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_FILE_INVALID);
+    write("ro", patterned(10));
+    plat::HANDLE readOnly = open("ro", plat::GENERIC_READ, plat::OPEN_EXISTING);
+    EXPECT_EQ(map(readOnly, plat::PAGE_READWRITE, 100), nullptr);
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_ACCESS_DENIED) << "writing needs a handle that writes";
+    EXPECT_EQ(map(readOnly, plat::PAGE_READONLY, 11), nullptr) << "a read-only mapping cannot grow the file";
+    EXPECT_EQ(readAll(m_folder + "/ro").size(), 10U);
+}
+
+TEST_F(FileMappingTest, WritableViewOfANewFileReadsZeroAndIsWrittenBackAtUnmap) {
+    plat::HANDLE file = open("dest", plat::GENERIC_READ | plat::GENERIC_WRITE, plat::CREATE_ALWAYS);
+    plat::HANDLE mapping = map(file, plat::PAGE_READWRITE, 131072 + 48);
+    ASSERT_NE(mapping, nullptr);
+    EXPECT_EQ(std::filesystem::file_size(m_folder + "/dest"), 131072U + 48U)
+        << "extended to its whole length";
+    // Windows keeps a mapped file open: so does the mapping here, after the file's handle is gone.
+    plat::CloseHandle(file);
+    m_handles.erase(m_handles.begin());
+
+    auto* view = static_cast<unsigned char*>(
+        plat::MapViewOfFile(mapping, plat::FILE_MAP_READ | plat::FILE_MAP_WRITE, 0, 65536, 65536 + 48));
+    ASSERT_NE(view, nullptr);
+    EXPECT_TRUE(std::all_of(view, view + 65536 + 48, [](unsigned char b) { return b == 0; }));
+    const Bytes block = patterned(65536 + 48);
+    std::memcpy(view, block.data(), block.size());
+    ASSERT_TRUE(plat::UnmapViewOfFile(view));
+    EXPECT_FALSE(plat::TakeInPageError());
+
+    const Bytes written = readAll(m_folder + "/dest");
+    ASSERT_EQ(written.size(), 131072U + 48U);
+    EXPECT_TRUE(
+        std::all_of(written.begin(), written.begin() + 65536, [](unsigned char b) { return b == 0; }));
+    EXPECT_TRUE(std::equal(block.begin(), block.end(), written.begin() + 65536));
+}
+
+TEST_F(FileMappingTest, FileThatShrankUnderItsMappingGivesTheInPageErrorOnce) {
+    write("src", patterned(200000));
+    plat::HANDLE mapping = map(open("src", plat::GENERIC_READ, plat::OPEN_EXISTING), plat::PAGE_READONLY, 0);
+    ASSERT_NE(mapping, nullptr);
+    ASSERT_EQ(::truncate((m_folder + "/src").c_str(), 70000), 0);
+
+    const auto* view =
+        static_cast<const unsigned char*>(plat::MapViewOfFile(mapping, plat::FILE_MAP_READ, 0, 65536, 65536));
+    ASSERT_NE(view, nullptr) << "as on Windows, the fault comes with the view's bytes, not with the view";
+    EXPECT_TRUE(std::all_of(view + (70000 - 65536), view + 65536, [](unsigned char b) { return b == 0; }));
+    plat::UnmapViewOfFile(view);
+    EXPECT_TRUE(plat::TakeInPageError());
+    EXPECT_FALSE(plat::TakeInPageError()) << "taking the mark clears it";
+}
+
+// A write-back that the system refuses (here: beyond the process's file size limit) marks the thread.
+TEST_F(FileMappingTest, FailedWriteBackAtUnmapGivesFalseAndTheInPageError) {
+    plat::HANDLE file = open("dest", plat::GENERIC_READ | plat::GENERIC_WRITE, plat::CREATE_ALWAYS);
+    plat::HANDLE mapping = map(file, plat::PAGE_READWRITE, 131072);
+    ASSERT_NE(mapping, nullptr);
+    auto* view = static_cast<unsigned char*>(
+        plat::MapViewOfFile(mapping, plat::FILE_MAP_READ | plat::FILE_MAP_WRITE, 0, 65536, 65536));
+    ASSERT_NE(view, nullptr);
+    std::memset(view, 0xEE, 65536);
+
+    rlimit original{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &original), 0);
+    void (*previous)(int) = ::signal(SIGXFSZ, SIG_IGN);
+    rlimit limited = original;
+    limited.rlim_cur = 65536;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limited), 0);
+    const plat::BOOL unmapped = plat::UnmapViewOfFile(view);
+    ::setrlimit(RLIMIT_FSIZE, &original);
+    ::signal(SIGXFSZ, previous);
+
+    EXPECT_FALSE(unmapped);
+    EXPECT_TRUE(plat::TakeInPageError());
+    const auto* again =
+        static_cast<const unsigned char*>(plat::MapViewOfFile(mapping, plat::FILE_MAP_READ, 0, 65536, 0));
+    ASSERT_NE(again, nullptr) << "the mapping itself stays usable";
+    EXPECT_EQ(again[0], 0) << "what was refused never reached the file";
+    EXPECT_TRUE(plat::UnmapViewOfFile(again));
+}
+
+TEST_F(FileMappingTest, ReservationBeyondAnyMediumFailsWithDiskFullAndLeavesTheFileAlone) {
+    plat::HANDLE file = open("huge", plat::GENERIC_READ | plat::GENERIC_WRITE, plat::CREATE_ALWAYS);
+    ASSERT_NE(file, plat::INVALID_HANDLE_VALUE);
+    EXPECT_EQ(map(file, plat::PAGE_READWRITE, std::uint64_t{1} << 62), nullptr);
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_DISK_FULL);
+    EXPECT_EQ(std::filesystem::file_size(m_folder + "/huge"), 0U);
+}
+
+// A filesystem of 1 MiB of our own (tmpfs), where a reservation beyond it must fail at creation.
+TEST_F(FileMappingTest, FullDiskFailsAtCreationWithDiskFull) {
+    const std::string small = m_folder + "/small";
+    std::filesystem::create_directory(small);
+    if (::mount("tmpfs", small.c_str(), "tmpfs", 0, "size=1m") != 0) {
+        GTEST_SKIP() << "cannot mount a small tmpfs here (needs CAP_SYS_ADMIN): " << std::strerror(errno);
+    }
+    plat::HANDLE file = open("small/dest", plat::GENERIC_READ | plat::GENERIC_WRITE, plat::CREATE_ALWAYS);
+    ASSERT_NE(file, plat::INVALID_HANDLE_VALUE);
+    EXPECT_EQ(map(file, plat::PAGE_READWRITE, 8U << 20), nullptr);
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_DISK_FULL);
+    EXPECT_NE(map(file, plat::PAGE_READWRITE, 256U << 10), nullptr) << "what fits is reserved";
+    for (plat::HANDLE handle : m_handles) {
+        plat::CloseHandle(handle);
+    }
+    m_handles.clear();
+    ::umount2(small.c_str(), MNT_DETACH);
+}
+
+}  // namespace
