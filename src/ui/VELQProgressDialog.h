@@ -46,6 +46,10 @@ public:
     // The dialog's window as start() found it; null while it is not known.
     plat::HWND getWindow();
 
+    // A fresh GUID as "{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}" (upper-case, 38 characters); empty when no
+    // GUID could be had. start() titles the window with it for a moment, to find the window.
+    static std::u16string generateGuidText();
+
 private:
     // Creates the platform object; TRUE when it exists. Nobody looks at the result.
     plat::BOOL initialize();

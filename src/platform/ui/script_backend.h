@@ -8,6 +8,7 @@
 
 #include "plat/ui.h"
 #include "ui/script_answers.h"
+#include "ui/script_kinds.h"
 #include "ui/transcript.h"
 
 namespace plat::ui {
@@ -52,6 +53,9 @@ public:
     std::string_view name() const override { return "script"; }
     MessageBoxUi& messageBox() override { return m_messageBox; }
     CursorUi& cursor() override { return m_cursor; }
+    ProgressUi& progress() override { return m_kinds.progress(); }
+    ErrorListUi& errorList() override { return m_kinds.errorList(); }
+    ClipboardUi& clipboard() override { return m_kinds.clipboard(); }
 
     ScriptAnswers& answers() { return m_answers; }
     Transcript& transcript() { return m_transcript; }
@@ -65,6 +69,7 @@ private:
     std::mutex m_turn;
     ScriptMessageBox m_messageBox;
     ScriptCursor m_cursor;
+    ScriptKinds m_kinds{m_answers, m_transcript, m_turn};  // progress, error list, clipboard
 };
 
 }  // namespace plat::ui

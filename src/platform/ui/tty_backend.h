@@ -7,6 +7,7 @@
 #include <string>
 
 #include "plat/ui.h"
+#include "ui/tty_kinds.h"
 
 namespace plat::ui {
 
@@ -55,11 +56,15 @@ public:
     std::string_view name() const override { return "tty"; }
     MessageBoxUi& messageBox() override { return *m_pMessageBox; }
     CursorUi& cursor() override { return m_cursor; }
+    ProgressUi& progress() override { return *m_pKinds; }
+    ErrorListUi& errorList() override { return *m_pKinds; }
+    ClipboardUi& clipboard() override { return *m_pKinds; }
 
 private:
     int m_nTerminalFd = -1;
     std::unique_ptr<TtyMessageBox> m_pMessageBox;
     TtyCursor m_cursor;
+    std::unique_ptr<TtyKinds> m_pKinds;  // progress on stderr, error list, clipboard
 };
 
 }  // namespace plat::ui

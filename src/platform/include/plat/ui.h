@@ -62,12 +62,58 @@ public:
     virtual void show(DWORD cursorId) = 0;
 };
 
+// The progress dialog as a backend shows it (the platform's progress object, plat/progress.h, drives it).
+// Every call may come from any thread, also from two at once.
+class ProgressUi {
+public:
+    virtual ~ProgressUi() = default;
+    // A progress object came into being / went (stopped or released): while one lives, a batch runs.
+    virtual void opened() {}
+    virtual void closed() {}
+    virtual void started() = 0;
+    virtual void stopped() = 0;
+    virtual void title(std::u16string_view text) = 0;
+    // Line 1 to 3; `compactPath`: a path may be shortened in the middle to fit.
+    virtual void line(DWORD number, std::u16string_view text, bool compactPath) = 0;
+    virtual void cancelMessage(std::u16string_view text) = 0;
+    virtual void progress(DWORD completed, DWORD total) = 0;
+    // The estimate of the time left, in seconds, worked out from the series of progress values.
+    virtual void timeLeft(DWORD seconds) = 0;
+    // True once the person has pressed Cancel.
+    virtual bool cancelRequested() = 0;
+};
+
+// The error list (dialog template 51) as a backend shows it. Called on the list's own thread.
+class ErrorListUi {
+public:
+    virtual ~ErrorListUi() = default;
+    virtual void rowAdded(HWND dialog, std::u16string_view text, unsigned count) = 0;
+    virtual void shown(HWND dialog) = 0;
+    // A shown list was closed (its window destroyed).
+    virtual void closed(HWND dialog) = 0;
+};
+
+// The clipboard: the text that SetClipboardData was given.
+class ClipboardUi {
+public:
+    virtual ~ClipboardUi() = default;
+    virtual void setText(std::u16string_view text) = 0;
+};
+
+// The kinds that do nothing: the defaults of a backend that does not show them.
+ProgressUi& silentProgress();
+ErrorListUi& silentErrorList();
+ClipboardUi& silentClipboard();
+
 class Backend {
 public:
     virtual ~Backend() = default;
     virtual std::string_view name() const = 0;
     virtual MessageBoxUi& messageBox() = 0;
     virtual CursorUi& cursor() = 0;
+    virtual ProgressUi& progress() { return silentProgress(); }
+    virtual ErrorListUi& errorList() { return silentErrorList(); }
+    virtual ClipboardUi& clipboard() { return silentClipboard(); }
 };
 
 // The process's backend, chosen once on first use from VELQ_UI ("script" or "tty"); without it: tty when
