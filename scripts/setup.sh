@@ -10,6 +10,7 @@ packages=(
     libgtest-dev libgmock-dev googletest libbenchmark-dev          # tests and benchmarks
     clang libclang-rt-14-dev                                       # fuzzing (libFuzzer)
     clang-format clang-tidy                                        # style and lint
+    desktop-file-utils                                             # file-manager entries' tests
 )
 
 missing=()
