@@ -10,6 +10,7 @@
 #include "ui/script_answers.h"
 #include "ui/script_kinds.h"
 #include "ui/transcript.h"
+#include "ui/wait_kinds.h"
 
 namespace plat::ui {
 
@@ -56,6 +57,7 @@ public:
     ProgressUi& progress() override { return m_kinds.progress(); }
     ErrorListUi& errorList() override { return m_kinds.errorList(); }
     ClipboardUi& clipboard() override { return m_kinds.clipboard(); }
+    WaitUi& wait() override { return m_wait; }
 
     ScriptAnswers& answers() { return m_answers; }
     Transcript& transcript() { return m_transcript; }
@@ -70,6 +72,7 @@ private:
     ScriptMessageBox m_messageBox;
     ScriptCursor m_cursor;
     ScriptKinds m_kinds{m_answers, m_transcript, m_turn};  // progress, error list, clipboard
+    ScriptWait m_wait{m_transcript};
 };
 
 }  // namespace plat::ui

@@ -8,6 +8,7 @@
 
 #include "plat/ui.h"
 #include "ui/tty_kinds.h"
+#include "ui/wait_kinds.h"
 
 namespace plat::ui {
 
@@ -59,12 +60,14 @@ public:
     ProgressUi& progress() override { return *m_pKinds; }
     ErrorListUi& errorList() override { return *m_pKinds; }
     ClipboardUi& clipboard() override { return *m_pKinds; }
+    WaitUi& wait() override { return m_wait; }
 
 private:
     int m_nTerminalFd = -1;
     std::unique_ptr<TtyMessageBox> m_pMessageBox;
     TtyCursor m_cursor;
     std::unique_ptr<TtyKinds> m_pKinds;  // progress on stderr, error list, clipboard
+    TtyWait m_wait{2};  // the picture's line on stderr
 };
 
 }  // namespace plat::ui

@@ -104,6 +104,26 @@ public:
 ProgressUi& silentProgress();
 ErrorListUi& silentErrorList();
 ClipboardUi& silentClipboard();
+// The fingerprint wait window (CFPWaitDialog) as a backend shows it: one picture, no text, no button.
+// Called from any thread (the window's, its owner's, the biometric callbacks'); calls for one window
+// never overlap.
+class WaitUi {
+public:
+    virtual ~WaitUi() = default;
+    // The window is shown. From now until closed(), what the person does to it arrives at `window` as a
+    // posted WM_CLOSE, WM_WTSSESSION_CHANGE or WM_POWERBROADCAST (with the session or power code in
+    // wParam), as do the simulated sensor's window statements (plat/sensor_sim.h).
+    virtual void shown(HWND window) = 0;
+    // The window now shows PNG resource `pictureId` (504 tick, 505 cross, 509 finger on the sensor).
+    virtual void image(HWND window, UINT pictureId) = 0;
+    virtual void hidden(HWND window) = 0;
+    // The window is being destroyed: once this returns nothing is posted to it any more.
+    virtual void closed(HWND window) = 0;
+};
+
+// The wait window of a backend that does not show it: nothing is shown, only the simulated sensor's
+// window statements are delivered.
+WaitUi& silentWait();
 
 class Backend {
 public:
@@ -114,6 +134,7 @@ public:
     virtual ProgressUi& progress() { return silentProgress(); }
     virtual ErrorListUi& errorList() { return silentErrorList(); }
     virtual ClipboardUi& clipboard() { return silentClipboard(); }
+    virtual WaitUi& wait() { return silentWait(); }
 };
 
 // The process's backend, chosen once on first use from VELQ_UI ("script" or "tty"); without it: tty when
