@@ -230,23 +230,3 @@ plat::LONG VELQShellExtProc::_runCryptBatch() {
     }
     return 1;
 }
-
-plat::LONG VELQShellExtProc::recoverKeyGuide() {
-    // The key recovery guide is not built yet: until it is, no key is ever recovered.
-    VELQ_LOG(DBG_LEVEL_ERR, u" (VELQShellExtProc::recoverKeyGuide)", u"Key recovery is not available yet");
-    return 0;
-}
-
-plat::LONG VELQShellExtProc::_backupKeyGuide() {
-    // The key backup guide is not built yet: until it is, making a first key fails, and the caller shows
-    // "Backup key failed!".
-    VELQ_LOG(DBG_LEVEL_ERR, u" (VELQShellExtProc::_backupKeyGuide)", u"Key backup is not available yet");
-    return plat::E_NOTIMPL;
-}
-
-void VELQShellExtProc::openSearchDlg() {
-    // The search for encrypted files is not built yet: until it is, the request only leaves this line.
-    VELQ_LOG(DBG_LEVEL_ERR, u" (VELQShellExtProc::openSearchDlg)",
-             u"The search is not available yet: %d folders, %d media not searched",
-             static_cast<int>(m_vFolderPath.size()), static_cast<int>(m_vLegalMedia.size()));
-}

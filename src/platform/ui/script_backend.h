@@ -10,6 +10,7 @@
 #include "ui/script_answers.h"
 #include "ui/script_kinds.h"
 #include "ui/transcript.h"
+#include "ui/transfer_kinds.h"
 #include "ui/wait_kinds.h"
 
 namespace plat::ui {
@@ -54,10 +55,12 @@ public:
     std::string_view name() const override { return "script"; }
     MessageBoxUi& messageBox() override { return m_messageBox; }
     CursorUi& cursor() override { return m_cursor; }
+    KeyFileDialogUi& keyFileDialog() override { return m_keyFileDialog; }
+    SearchWindowUi& searchWindow() override { return m_searchWindow; }
+    WaitUi& wait() override { return m_wait; }
     ProgressUi& progress() override { return m_kinds.progress(); }
     ErrorListUi& errorList() override { return m_kinds.errorList(); }
     ClipboardUi& clipboard() override { return m_kinds.clipboard(); }
-    WaitUi& wait() override { return m_wait; }
 
     ScriptAnswers& answers() { return m_answers; }
     Transcript& transcript() { return m_transcript; }
@@ -71,8 +74,10 @@ private:
     std::mutex m_turn;
     ScriptMessageBox m_messageBox;
     ScriptCursor m_cursor;
-    ScriptKinds m_kinds{m_answers, m_transcript, m_turn};  // progress, error list, clipboard
+    ScriptKeyFileDialog m_keyFileDialog{m_answers, m_transcript, m_turn};
+    ScriptSearchWindow m_searchWindow{m_transcript};
     ScriptWait m_wait{m_transcript};
+    ScriptKinds m_kinds{m_answers, m_transcript, m_turn};  // progress, error list, clipboard
 };
 
 }  // namespace plat::ui

@@ -172,11 +172,14 @@ TtyBackend::TtyBackend(const std::string& terminalPath, int fallbackFd) {
     } else {
         m_pMessageBox = std::make_unique<TtyMessageBox>(-1, fallbackFd);
     }
+    m_pTransfer =
+        std::make_unique<TtyTransfer>(m_nTerminalFd, m_nTerminalFd >= 0 ? m_nTerminalFd : fallbackFd);
     m_pKinds = std::make_unique<TtyKinds>(fallbackFd, m_nTerminalFd);
 }
 
 TtyBackend::~TtyBackend() {
     m_pMessageBox.reset();
+    m_pTransfer.reset();
     m_pKinds.reset();
     if (m_nTerminalFd >= 0) {
         ::close(m_nTerminalFd);

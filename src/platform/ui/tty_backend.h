@@ -7,8 +7,9 @@
 #include <string>
 
 #include "plat/ui.h"
-#include "ui/tty_kinds.h"
+#include "ui/transfer_kinds.h"
 #include "ui/wait_kinds.h"
+#include "ui/tty_kinds.h"
 
 namespace plat::ui {
 
@@ -57,17 +58,20 @@ public:
     std::string_view name() const override { return "tty"; }
     MessageBoxUi& messageBox() override { return *m_pMessageBox; }
     CursorUi& cursor() override { return m_cursor; }
+    KeyFileDialogUi& keyFileDialog() override { return *m_pTransfer; }
+    SearchWindowUi& searchWindow() override { return *m_pTransfer; }
+    WaitUi& wait() override { return m_wait; }
     ProgressUi& progress() override { return *m_pKinds; }
     ErrorListUi& errorList() override { return *m_pKinds; }
     ClipboardUi& clipboard() override { return *m_pKinds; }
-    WaitUi& wait() override { return m_wait; }
 
 private:
     int m_nTerminalFd = -1;
     std::unique_ptr<TtyMessageBox> m_pMessageBox;
     TtyCursor m_cursor;
-    std::unique_ptr<TtyKinds> m_pKinds;  // progress on stderr, error list, clipboard
+    std::unique_ptr<TtyTransfer> m_pTransfer;  // password dialogs and the search window
     TtyWait m_wait{2};  // the picture's line on stderr
+    std::unique_ptr<TtyKinds> m_pKinds;  // progress on stderr, error list, clipboard
 };
 
 }  // namespace plat::ui

@@ -109,7 +109,7 @@ TEST_F(ShellExtProc, BatchThatDidNotRunIsAFailure) {
 
 TEST_F(ShellExtProc, EncryptWithoutKeyAnsweredNoTriesANewKeyAndReportsItsFailure) {
     m_ui->answers = {plat::IDNO};
-    EXPECT_EQ(runEncrypt({u"/x/a.txt"}), plat::E_NOTIMPL);
+    EXPECT_LT(runEncrypt({u"/x/a.txt"}), 0);  // this UI has no password dialogs
     EXPECT_EQ(shownTextIds(), (std::vector<plat::UINT>{1023, 1021}));
     ASSERT_EQ(m_ui->boxes.size(), 2u);
     EXPECT_EQ(m_ui->boxes[0].flags, 36u);
@@ -156,7 +156,7 @@ TEST_F(ShellExtProc, KeyFileOfNoBytesOrHeldElsewhereCountsAsMissing) {
     EXPECT_EQ(VELQShellExtProc::isExistKeyFile(), 1);
 }
 
-TEST_F(ShellExtProc, GuidesThatAreNotBuiltNeverPretendSuccess) {
+TEST_F(ShellExtProc, GuidesWithoutPasswordDialogsNeverPretendSuccess) {
     VELQShellExtProc proc(Paths{});
     EXPECT_EQ(VELQShellExtProc::recoverKeyGuide(), 0);
     EXPECT_LT(proc._backupKeyGuide(), 0);

@@ -4,7 +4,9 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "plat/types.h"
 
@@ -104,6 +106,7 @@ public:
 ProgressUi& silentProgress();
 ErrorListUi& silentErrorList();
 ClipboardUi& silentClipboard();
+
 // The fingerprint wait window (CFPWaitDialog) as a backend shows it: one picture, no text, no button.
 // Called from any thread (the window's, its owner's, the biometric callbacks'); calls for one window
 // never overlap.
@@ -125,16 +128,53 @@ public:
 // window statements are delivered.
 WaitUi& silentWait();
 
+// The password dialogs of the key backup (export: where a new key's backup goes, and its password) and
+// of the key recovery (import: which backup, and its password).
+struct KeyFileRequest {
+    bool bExport = false;        // export: the password is asked twice and must match
+    bool bShowPassword = false;  // the password is shown as it is typed
+    std::u16string typeName;     // the kind of file, for the person (e.g. "Key File(*.key)"); may be empty
+    std::u16string startPath;    // offered as the start value; may be empty
+    std::u16string defaultExtension;  // added (with a dot) to a chosen file name that has no extension
+    std::size_t nMinPassword = 0;     // password length limits in UTF-16 units; 0: no limit
+    std::size_t nMaxPassword = 0;
+};
+struct KeyFileAnswer {
+    std::u16string path;
+    std::u16string password;
+};
+class KeyFileDialogUi {
+public:
+    virtual ~KeyFileDialogUi() = default;
+    // Asks the person. IDOK with `answer` filled (a path that is not empty, a password within the
+    // limits); IDCANCEL when the person cancelled; 0 with the last error set when it cannot be shown.
+    virtual int ask(HWND owner, const KeyFileRequest& request, KeyFileAnswer& answer) = 0;
+};
+
+// The shell's search window: the query it was opened with and the files it found.
+class SearchWindowUi {
+public:
+    virtual ~SearchWindowUi() = default;
+    virtual void show(std::u16string_view query, const std::vector<std::u16string>& results) = 0;
+};
+
+// Defaults of a backend without these kinds: the dialog cannot be shown (0, ERROR_NOT_SUPPORTED); the
+// search window shows nothing.
+KeyFileDialogUi& unavailableKeyFileDialog();
+SearchWindowUi& silentSearchWindow();
+
 class Backend {
 public:
     virtual ~Backend() = default;
     virtual std::string_view name() const = 0;
     virtual MessageBoxUi& messageBox() = 0;
     virtual CursorUi& cursor() = 0;
+    virtual WaitUi& wait() { return silentWait(); }
     virtual ProgressUi& progress() { return silentProgress(); }
     virtual ErrorListUi& errorList() { return silentErrorList(); }
     virtual ClipboardUi& clipboard() { return silentClipboard(); }
-    virtual WaitUi& wait() { return silentWait(); }
+    virtual KeyFileDialogUi& keyFileDialog() { return unavailableKeyFileDialog(); }
+    virtual SearchWindowUi& searchWindow() { return silentSearchWindow(); }
 };
 
 // The process's backend, chosen once on first use from VELQ_UI ("script" or "tty"); without it: tty when
