@@ -54,17 +54,31 @@ std::uint64_t dataAreaLength(std::uint64_t nPlainBytes) {
     return ((nPlainBytes + 31) & ~std::uint64_t{31}) + 16;
 }
 
-// Removes a file that this pass created, clearing its read-only attribute first. The last error of the
-// failure that led here is kept, so the caller can still report it.
-void removeCreatedFile(const std::u16string& path, plat::DWORD dwAttributes) {
-    const plat::DWORD dwError = plat::GetLastError();
-    if ((dwAttributes & plat::FILE_ATTRIBUTE_READONLY) != 0) {
+// Whether `path` must lose its read-only attribute before it can be deleted: by the attributes the record
+// holds, or by those the file has now. A decrypted file gets the stored attributes, whose mode (carried in
+// the high bits) may deny writing without the read-only bit among them.
+bool isReadOnly(const std::u16string& path, plat::DWORD dwRecorded) {
+    const plat::DWORD dwNow = plat::GetFileAttributesW(path.c_str());
+    const bool bNow = dwNow != plat::INVALID_FILE_ATTRIBUTES && (dwNow & plat::FILE_ATTRIBUTE_READONLY) != 0;
+    return bNow || (dwRecorded & plat::FILE_ATTRIBUTE_READONLY) != 0;
+}
+
+// Deletes `path`, clearing its read-only attribute first. A failure is only logged.
+void clearAndDelete(const std::u16string& path, plat::DWORD dwRecorded) {
+    if (isReadOnly(path, dwRecorded)) {
         plat::SetFileAttributesW(path.c_str(), plat::FILE_ATTRIBUTE_NORMAL);
     }
     if (!plat::DeleteFileW(path.c_str())) {
-        VELQ_LOG(DBG_LEVEL_TRC, u" (_createFile)", u"Delete file failure! Error code: %d",
+        VELQ_LOG(DBG_LEVEL_TRC, u" (_deleteFiles)", u"Delete file failure! Error code: %d",
                  static_cast<int>(plat::GetLastError()));
     }
+}
+
+// Removes a file that this pass created. The last error of the failure that led here is kept, so the
+// caller can still report it.
+void removeCreatedFile(const std::u16string& path, plat::DWORD dwAttributes) {
+    const plat::DWORD dwError = plat::GetLastError();
+    clearAndDelete(path, dwAttributes);
     plat::SetLastError(dwError);
 }
 
@@ -244,11 +258,5 @@ void VELQCryptFile::_deleteFiles(FileInfo* lpFileInfos, plat::BOOL bSource) {
         bSource ? lpFileInfos->m_szFilePath : lpFileInfos->m_sDestFileInfo.m_szDestFilePath;
     const plat::DWORD dwAttributes =
         bSource ? lpFileInfos->m_dwFileAttributes : lpFileInfos->m_sDestFileInfo.m_dwDestFileAttributes;
-    if ((dwAttributes & plat::FILE_ATTRIBUTE_READONLY) != 0) {
-        plat::SetFileAttributesW(path.c_str(), plat::FILE_ATTRIBUTE_NORMAL);
-    }
-    if (!plat::DeleteFileW(path.c_str())) {
-        VELQ_LOG(DBG_LEVEL_TRC, u" (_deleteFiles)", u"Delete file failure! Error code: %d",
-                 static_cast<int>(plat::GetLastError()));
-    }
+    clearAndDelete(path, dwAttributes);
 }

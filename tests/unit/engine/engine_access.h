@@ -42,6 +42,22 @@ public:
     static IdentityHeader& identityHeader(VELQCryptFile& engine) { return engine.m_identityHeader; }
     static plat::DWORD& crc32Key(VELQCryptFile& engine) { return engine.m_crc32Key; }
     static VELQUserInfo*& userInfo(VELQCryptFile& engine) { return engine.m_pUserInfo; }
+
+    // File access and the work on one file (CryptFileAccess.cpp, CryptEncrypt.cpp, CryptDecrypt.cpp).
+    static void initData(VELQCryptFile& engine, int mode) { engine._initData(mode); }
+    static void setCurrentFile(VELQCryptFile& engine, plat::DWORD index) { engine.m_nCurrentFile = index; }
+    static int openFile(VELQCryptFile& engine, FileInfo* info) { return engine._openFile(info); }
+    static int getDestFilePath(VELQCryptFile& engine, FileInfo* info, plat::BOOL bEncrypt) {
+        return engine._getDestFilePath(info, bEncrypt);
+    }
+    static int createFile(VELQCryptFile& engine, FileInfo* info, plat::BOOL bUnattended) {
+        return engine._createFile(info, bUnattended);
+    }
+    static void deleteFiles(VELQCryptFile& engine, FileInfo* info, plat::BOOL bSource) {
+        engine._deleteFiles(info, bSource);
+    }
+    static int encryptFile(VELQCryptFile& engine, FileInfo* info) { return engine._encryptFile(info); }
+    static int decryptFile(VELQCryptFile& engine, FileInfo* info) { return engine._decryptFile(info); }
 };
 
 namespace engine_test {

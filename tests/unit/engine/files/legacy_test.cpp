@@ -14,13 +14,14 @@ class LegacyFile : public FilesTest {
 protected:
     // Writes `file` as an old writer did: one cipher run over the header and then the data, whose final
     // call is `plain` rounded up to 32, plus 16 unless `plain` already is a multiple of 32.
-    void writeLegacy(const std::string& file, const std::u16string& storedName, const Bytes& plain) {
+    void writeLegacy(const std::string& file, const std::u16string& storedName, const Bytes& plain,
+                     plat::DWORD dwAttributes = plat::FILE_ATTRIBUTE_NORMAL) {
         DestFileHeader header{};
         std::memcpy(header.m_encryptId, "VQE2", 4);
         const std::u16string owner = VELQUserInfoManager::getCurrentProcessOwner()->getDomainUserName();
         owner.copy(header.m_szOwner, owner.size());
         storedName.copy(header.m_szFileName, storedName.size());
-        header.m_dwAttributes = plat::FILE_ATTRIBUTE_NORMAL;
+        header.m_dwAttributes = dwAttributes;
         header.m_nDataOffset = kLegacyHeaderLength;
         header.m_nDataLength = plain.size();
         const std::uint64_t finalLength =
@@ -64,6 +65,21 @@ TEST_F(LegacyFile, ChangedByteWithoutATagDecryptsWithoutComplaint) {
     Bytes expected = plain;
     expected[5] ^= 0x40;  // a stream cipher: the change lands on the same plain byte
     EXPECT_TRUE(readAll(path("old.doc")) == expected);
+}
+
+// Stored attributes whose mode denies writing without the read-only bit among them: the destination of a
+// failed pass is created that way and must still go.
+TEST_F(LegacyFile, FailedDestinationGoesWhateverModeItWasGiven) {
+    constexpr plat::DWORD kModeWithoutReadOnlyBit = 0x8000 | (0444U << 16) | plat::FILE_ATTRIBUTE_NORMAL;
+    for (const plat::DWORD dwMode :
+         {kModeWithoutReadOnlyBit, plat::DWORD{0x8000 | plat::FILE_ATTRIBUTE_NORMAL}}) {
+        ASSERT_NO_FATAL_FAILURE(writeLegacy(path("old.lqvz"), u"old.doc", patternBytes(70), dwMode));
+        Bytes encrypted = readAll(path("old.lqvz"));
+        encrypted[kLegacyHeaderLength + 3] ^= 0x01;  // the tag of the final call no longer matches
+        writeAll(path("old.lqvz"), encrypted);
+        EXPECT_EQ(decrypt(path("old.lqvz")), CRYPT_E_DECRYPT) << std::hex << dwMode;
+        EXPECT_EQ(files(), (std::set<std::string>{"old.lqvz"})) << std::hex << dwMode;
+    }
 }
 
 }  // namespace
