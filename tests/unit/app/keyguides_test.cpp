@@ -23,6 +23,15 @@
 
 namespace {
 
+// The whole content of a file; empty when it cannot be read.
+std::string readBytes(const std::string& path) {
+    std::error_code error;
+    const auto size = std::filesystem::file_size(path, error);
+    std::string bytes(error ? 0 : static_cast<std::size_t>(size), '\0');
+    std::ifstream(path, std::ios::binary).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
+}
+
 using app_test::ScopedEnv;
 using app_test::TempDir;
 using app_test::u16;
@@ -133,10 +142,8 @@ TEST_F(KeyGuides, BackupWritesTheRootKeyAndAnIdenticalBackupUnderThePassword) {
     EXPECT_EQ(m_pUi->requests[0].nMinPassword, 1u);
     EXPECT_EQ(m_pUi->requests[0].nMaxPassword, 50u);
 
-    std::ifstream root(plat::toUtf8(rootKeyPath()), std::ios::binary);
-    std::ifstream copy(backup, std::ios::binary);
-    const std::string rootBytes((std::istreambuf_iterator<char>(root)), std::istreambuf_iterator<char>());
-    const std::string copyBytes((std::istreambuf_iterator<char>(copy)), std::istreambuf_iterator<char>());
+    const std::string rootBytes = readBytes(plat::toUtf8(rootKeyPath()));
+    const std::string copyBytes = readBytes(backup);
     EXPECT_FALSE(rootBytes.empty());
     EXPECT_EQ(rootBytes, copyBytes);
     VELQKey* pKey = nullptr;

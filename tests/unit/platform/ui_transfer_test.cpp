@@ -40,6 +40,16 @@ protected:
         m_szTranscript = m_dir.file("transcript.jsonl");
     }
     std::string transcript() { return velq_test::readFile(m_szTranscript); }
+    // The transcript's lines without their line ends.
+    std::vector<std::string> lines() {
+        std::vector<std::string> all = velq_test::splitLines(transcript());
+        for (std::string& line : all) {
+            if (!line.empty() && line.back() == '\n') {
+                line.pop_back();
+            }
+        }
+        return all;
+    }
 
     velq_test::TempDir m_dir;
     std::string m_szScript;
@@ -67,7 +77,7 @@ TEST_F(ScriptTransfer, ExportAndImportTakeTheirOwnVerbAndNeverRecordThePassword)
 
     const std::string text = transcript();
     EXPECT_EQ(text.find("secret"), std::string::npos);
-    const auto lines = velq_test::splitLines(text);
+    const auto lines = this->lines();
     ASSERT_EQ(lines.size(), 6u);
     EXPECT_EQ(lines[0], R"({"ui":"export","answer":"ok","path":"/m/backup.key"})");
     EXPECT_EQ(lines[1], R"({"ui":"import","answer":"ok","path":"/m/backup.key"})");
@@ -82,7 +92,7 @@ TEST_F(ScriptTransfer, TheSearchWindowIsOneLineWithItsResults) {
     backend.searchWindow().show(u"search-ms:query=*.lqvz&crumb=location:/a%20b",
                                 {u"/a b/x.lqvz", u"/a b/\"q\".lqvz"});
     backend.searchWindow().show(u"search-ms:query=*.lqvz", {});
-    const auto lines = velq_test::splitLines(transcript());
+    const auto lines = this->lines();
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[0], R"({"ui":"search","query":"search-ms:query=*.lqvz&crumb=location:/a%20b",)"
                         R"("results":["/a b/x.lqvz","/a b/\"q\".lqvz"]})");
