@@ -9,6 +9,8 @@
 
 #include "plat/types.h"
 
+class VELQVerifyUser;
+
 class VELQAssistant {
 public:
     VELQAssistant();
@@ -73,6 +75,15 @@ public:
     // process made it first (then *pbOtherFirst is true and the caller waits for its turn). Null when
     // neither works; the verification then runs without a turn. The caller keeps the handle open.
     static plat::HANDLE _openAssistantEvent(bool* pbOtherFirst);
+
+    // --- The turn of the fingerprint verification (VELQAssistantTurn.cpp) ---
+
+    // One verification at a time across the processes of this program: waits, without a time-out, for
+    // the turn on the event "VELQAssistantEvent" when another process made it first (a holder that dies
+    // passes the turn on), runs verifyUser->verifyUser, then gives the turn on whatever the outcome.
+    // Non-zero only when verifyUser gave TRUE, not cancelled and verified; 0 for a null argument. Without
+    // the event the verification runs without a turn. The event stays open until the process ends.
+    plat::BOOL verifyUserInTurn(VELQVerifyUser* verifyUser);
 
 private:
     plat::HANDLE m_hInstanceMutex;

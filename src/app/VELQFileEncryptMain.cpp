@@ -5,6 +5,7 @@
 
 #include "app/VELQAssistant.h"
 #include "app/VELQShellExtProc.h"
+#include "bio/VELQVerifyUser.h"
 #include "diag/DbgLog.h"
 #include "plat/foreground.h"
 #include "plat/ui.h"
@@ -26,12 +27,6 @@ constexpr plat::UINT kMenuSearch = 4;
 // The failure line of the house style, at the point of failure; a macro so that the site names its caller.
 #define LOG_ERROR_CODE(tag, code) \
     VELQ_LOG(DBG_LEVEL_ERR, tag, u"Error Code: 0x%x", static_cast<unsigned>(code))
-
-// Stands for VELQVerifyUser::initBIODevice until the fingerprint gate is built: no sensor can be opened
-// yet, so every request stops at the gate as on a machine without one.
-bool initBIODevice() {
-    return false;
-}
 
 // The request processor's result as a road gives it: 0 from run is a failure.
 plat::HRESULT runRequest(VELQShellExtProc& proc, const char16_t* what) {
@@ -68,17 +63,22 @@ SingleFileRequest splitSingleFileCmdLine(std::u16string_view cmdLine) {
 }
 
 plat::HRESULT _showFPVerifyDlg() {
-    if (!initBIODevice()) {
+    VELQVerifyUser verifyUser(nullptr, true);
+    VELQAssistant assistant;
+    if (!verifyUser.initBIODevice()) {
         plat::SetCursor(plat::LoadCursorW(nullptr, plat::IDC_ARROW));
         kelMsgBox(kMsgSensorFailed, kCaptionError, plat::MB_ICONERROR, plat::GetForegroundWindow(),
                   g_hInstance);
         LOG_ERROR_CODE(u" (_showFPVerifyDlg)", plat::E_FAIL);
         return plat::E_FAIL;
     }
-    // The verification in turn (VELQAssistant::verifyUserInTurn) and stopBIODevice join here with the
-    // gate; until then nothing gets past this point.
-    LOG_ERROR_CODE(u" (_showFPVerifyDlg)", plat::E_FAIL);
-    return plat::E_FAIL;
+    const plat::BOOL bVerified = assistant.verifyUserInTurn(&verifyUser);
+    verifyUser.stopBIODevice();
+    if (!bVerified) {
+        LOG_ERROR_CODE(u" (_showFPVerifyDlg)", plat::E_FAIL);
+        return plat::E_FAIL;
+    }
+    return plat::S_OK;
 }
 
 plat::HRESULT _doConfirmDecrypt(plat::LPCWSTR lpCmdLine) {
