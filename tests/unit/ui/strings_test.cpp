@@ -137,7 +137,9 @@ TEST(StringTable, EveryLanguageHasExactlyTheEnglishIds) {
     const std::set<plat::UINT> english = {1005, 1006, 1007, 1008, 1009, 1010, 1011, 1012, 1013, 1017, 1018,
                                           1019, 1020, 1021, 1022, 1023, 1032, 1033, 1034, 1035, 1038, 1039,
                                           1042, 1043, 1045, 1046, 1051, 1052, 1053, 1054, 1055, 1056, 1057,
-                                          1058, 1059, 1060, 1062, 1063, 1064, 1065, 1066, 1067, 1068, 1069};
+                                          1058, 1059, 1060, 1062, 1063, 1064, 1065, 1066, 1067, 1068, 1069,
+                                          // The terminal's lines of the fingerprint wait window.
+                                          1100, 1101, 1102};
     EXPECT_EQ(idsOf(1033), english);
     for (const plat::LANGID language : kLanguages) {
         EXPECT_EQ(idsOf(language), english) << "language " << language;
