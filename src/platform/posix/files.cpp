@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 
@@ -186,6 +187,19 @@ FileObject::~FileObject() {
     ::close(m_fd);
 }
 
+void FileObject::zeroesFrom(ULONGLONG offset) {
+    ULONGLONG known = m_nZeroFrom.load();
+    while (offset < known && !m_nZeroFrom.compare_exchange_weak(known, offset)) {
+    }
+}
+
+void FileObject::wroteUpTo(ULONGLONG end) {
+    // Behind `end` the zeros stay; before it nothing is known any more (a single mark, not a list of runs).
+    ULONGLONG known = m_nZeroFrom.load();
+    while (known != kZeroUnknown && end > known && !m_nZeroFrom.compare_exchange_weak(known, end)) {
+    }
+}
+
 DWORD attributesFromStat(const struct stat& st) {
     DWORD attributes = 0;
     if (S_ISDIR(st.st_mode)) {
@@ -296,6 +310,11 @@ BOOL WriteFile(HANDLE hFile, const void* lpBuffer, DWORD nNumberOfBytesToWrite, 
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
+    if (file->zeroFrom() != FileObject::kZeroUnknown) {
+        const off_t position = ::lseek(file->fd(), 0, SEEK_CUR);
+        file->wroteUpTo(position < 0 ? FileObject::kZeroUnknown - 1
+                                     : static_cast<ULONGLONG>(position) + nNumberOfBytesToWrite);
+    }
     const auto* bytes = static_cast<const unsigned char*>(lpBuffer);
     DWORD done = 0;
     while (done < nNumberOfBytesToWrite) {
@@ -364,10 +383,13 @@ BOOL SetEndOfFile(HANDLE hFile) {
         return FALSE;
     }
     const off_t position = ::lseek(file->fd(), 0, SEEK_CUR);
-    if (position < 0 || ::ftruncate(file->fd(), position) != 0) {
+    struct stat before {};
+    if (position < 0 || ::fstat(file->fd(), &before) != 0 || ::ftruncate(file->fd(), position) != 0) {
         setLastErrorFromErrno(errno);
         return FALSE;
     }
+    // Whether cut or extended, the file holds only zeros from the shorter of its two ends on.
+    file->zeroesFrom(static_cast<ULONGLONG>(std::min<off_t>(position, before.st_size)));
     return TRUE;
 }
 

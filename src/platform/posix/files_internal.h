@@ -4,6 +4,7 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <string>
 
 #include "plat/files.h"
@@ -18,11 +19,24 @@ public:
     explicit FileObject(int fd) : m_fd(fd) {}
     int fd() const { return m_fd; }
 
+    // What this handle knows of the file's zeros: every byte at or after zeroFrom() reads as zero, as far
+    // as writes through this handle and its views go (kZeroUnknown: nothing known). A reserved
+    // destination is known to be zero behind its old end, so views of it need not read those bytes back
+    // (they would come from the medium as freshly zeroed pages). Writers through other handles are not
+    // seen: the crypt engine opens its destinations without write sharing.
+    static constexpr ULONGLONG kZeroUnknown = ~0ULL;
+    ULONGLONG zeroFrom() const { return m_nZeroFrom.load(); }
+    // The bytes from `offset` on are zero now (a reservation behind the old end, a truncation).
+    void zeroesFrom(ULONGLONG offset);
+    // Bytes up to `end` may have been written.
+    void wroteUpTo(ULONGLONG end);
+
 protected:
     ~FileObject() override;
 
 private:
     const int m_fd;
+    std::atomic<ULONGLONG> m_nZeroFrom{kZeroUnknown};
 };
 
 // Attributes as GetFileAttributesW reports them for a stat result.

@@ -139,6 +139,39 @@ TEST_F(FileMappingTest, WritableViewOfANewFileReadsZeroAndIsWrittenBackAtUnmap) 
     EXPECT_TRUE(std::equal(block.begin(), block.end(), written.begin() + 65536));
 }
 
+// A destination grown by SetEndOfFile or by its mapping is zero behind its old end, and views skip
+// reading those bytes; whatever was written there since, through the handle or a view, must still show.
+TEST_F(FileMappingTest, ViewsOfAGrownFileShowWhatWasWrittenIntoItsNewLength) {
+    write("dest", patterned(1000));
+    plat::HANDLE file = open("dest", plat::GENERIC_READ | plat::GENERIC_WRITE, plat::OPEN_EXISTING);
+    ASSERT_TRUE(plat::SetFilePointerEx(file, plat::LARGE_INTEGER{4 * 65536}, nullptr, plat::FILE_BEGIN));
+    ASSERT_TRUE(plat::SetEndOfFile(file));
+    ASSERT_TRUE(plat::SetFilePointerEx(file, plat::LARGE_INTEGER{65536 + 10}, nullptr, plat::FILE_BEGIN));
+    const Bytes header = patterned(32);
+    plat::DWORD written = 0;
+    ASSERT_TRUE(plat::WriteFile(file, header.data(), 32, &written, nullptr));
+    plat::HANDLE mapping = map(file, plat::PAGE_READWRITE, 5 * 65536);
+    ASSERT_NE(mapping, nullptr);
+
+    auto* first = static_cast<unsigned char*>(
+        plat::MapViewOfFile(mapping, plat::FILE_MAP_READ | plat::FILE_MAP_WRITE, 0, 0, 3 * 65536));
+    ASSERT_NE(first, nullptr);
+    const Bytes old = patterned(1000);
+    EXPECT_TRUE(std::equal(old.begin(), old.end(), first)) << "the old bytes are read";
+    EXPECT_TRUE(std::all_of(first + 1000, first + 65536 + 10, [](unsigned char b) { return b == 0; }));
+    EXPECT_TRUE(std::equal(header.begin(), header.end(), first + 65536 + 10)) << "written by WriteFile";
+    first[2 * 65536 + 5] = 0xAB;
+    ASSERT_TRUE(plat::UnmapViewOfFile(first));
+
+    const auto* second = static_cast<const unsigned char*>(
+        plat::MapViewOfFile(mapping, plat::FILE_MAP_READ, 0, 2 * 65536, 3 * 65536));
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(second[5], 0xAB) << "written by an earlier view";
+    EXPECT_TRUE(std::all_of(second + 6, second + 3 * 65536, [](unsigned char b) { return b == 0; }));
+    plat::UnmapViewOfFile(second);
+    EXPECT_FALSE(plat::TakeInPageError());
+}
+
 TEST_F(FileMappingTest, FileThatShrankUnderItsMappingGivesTheInPageErrorOnce) {
     write("src", patterned(200000));
     plat::HANDLE mapping = map(open("src", plat::GENERIC_READ, plat::OPEN_EXISTING), plat::PAGE_READONLY, 0);
