@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs every Debian package that building, testing, fuzzing and benchmarking VELQ needs.
-# Idempotent: packages already present are left alone; the package lists are refreshed only when
+# With the argument `bench`, also the peer tools of the benchmarks. Idempotent: packages already present are left alone; the package lists are refreshed only when
 # something is missing.
 set -euo pipefail
 
@@ -11,7 +11,12 @@ packages=(
     clang libclang-rt-14-dev                                       # fuzzing (libFuzzer)
     clang-format clang-tidy                                        # style and lint
     desktop-file-utils                                             # file-manager entries' tests
+    libglib2.0-dev fprintd libfprint-2-2 python3-dbusmock dbus-daemon  # fprintd backend and its tests
 )
+# `setup.sh bench` adds the peer tools that bench/peers.py measures VELQ against.
+if [ "${1:-}" = bench ]; then
+    packages+=(age gnupg openssl time)
+fi
 
 missing=()
 for p in "${packages[@]}"; do
