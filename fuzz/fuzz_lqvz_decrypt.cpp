@@ -192,51 +192,13 @@ void checkAndClean(const Harness& harness, int nResult, const Bytes& input) {
 
 }  // namespace
 
-// The concerns of a batch that one file's decryption does not run.
+// The concerns of a batch that one file's decryption does not run (the screen: silent_stand_ins.cpp).
 plat::LONG VELQShellExtProc::recoverKeyGuide() {
     return plat::E_FAIL;
 }
-int VELQCryptFile::_startProgressBar(int) {
-    return 0;
-}
-void VELQCryptFile::_stopProgressBar() {}
-void VELQCryptFile::_updateFileCountLine(plat::DWORD, int) {}
 void VELQCryptFile::_updateProgress() {}
-plat::HRESULT VELQCryptFile::_showMessageDialog(const std::u16string&) {
-    return 0;
-}
-plat::BOOL VELQCryptFile::_isErrorDialogVisible() {
-    return plat::FALSE;
-}
-unsigned VELQCryptFile::_ThreadProcShowMessage(void*) {
-    return 0;
-}
-VELQProgressDialog::VELQProgressDialog()
-    : m_hWnd(nullptr), m_bTopMost(plat::TRUE), m_pProgressDialog(nullptr) {}
-VELQProgressDialog::~VELQProgressDialog() = default;
-plat::BOOL VELQProgressDialog::start() {
-    return plat::FALSE;
-}
-plat::BOOL VELQProgressDialog::stop() {
-    return plat::FALSE;
-}
-plat::BOOL VELQProgressDialog::setProgress(plat::DWORD, plat::DWORD) {
-    return plat::FALSE;
-}
 plat::BOOL VELQProgressDialog::hasUserCancelled() {
     return plat::FALSE;
-}
-plat::BOOL VELQProgressDialog::setLine(plat::DWORD, const plat::WCHAR*) {
-    return plat::TRUE;
-}
-plat::BOOL VELQProgressDialog::setTitle(const plat::WCHAR*) {
-    return plat::TRUE;
-}
-plat::BOOL VELQProgressDialog::setCancelMessage(const plat::WCHAR*) {
-    return plat::TRUE;
-}
-plat::HWND VELQProgressDialog::getWindow() {
-    return m_hWnd;
 }
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {

@@ -1,7 +1,7 @@
 // Stand-ins for the concerns that one file's work calls but that these tests do not exercise: progress
-// (counted, with a Cancel that the test arms), the error list (its thread ends at once), the recovery
-// guide, and message boxes answered from the test's queue. File format, scene, cipher, keys, users and
-// files are the real ones.
+// (counted, with a Cancel that the test arms), the recovery guide, and message boxes answered from the
+// test's queue; the rest of the screen is silent (silent_stand_ins.cpp). File format, scene, cipher, keys,
+// users and files are the real ones.
 #include <memory>
 
 #include "app/VELQShellExtProc.h"
@@ -66,11 +66,6 @@ plat::LONG VELQShellExtProc::recoverKeyGuide() {
     return 0;
 }
 
-int VELQCryptFile::_startProgressBar(int) {
-    return 0;
-}
-void VELQCryptFile::_stopProgressBar() {}
-void VELQCryptFile::_updateFileCountLine(plat::DWORD, int) {}
 void VELQCryptFile::_updateProgress() {
     doubles().nProgressUpdates++;
     if (m_nCurrentFile < m_vFileInfos.size()) {
@@ -79,28 +74,6 @@ void VELQCryptFile::_updateProgress() {
     if (doubles().onProgress) {
         doubles().onProgress(doubles().nProgressUpdates);
     }
-}
-plat::HRESULT VELQCryptFile::_showMessageDialog(const std::u16string&) {
-    return 0;
-}
-plat::BOOL VELQCryptFile::_isErrorDialogVisible() {
-    return plat::FALSE;
-}
-unsigned VELQCryptFile::_ThreadProcShowMessage(void*) {
-    return 0;
-}
-
-VELQProgressDialog::VELQProgressDialog()
-    : m_hWnd(nullptr), m_bTopMost(plat::TRUE), m_pProgressDialog(nullptr) {}
-VELQProgressDialog::~VELQProgressDialog() = default;
-plat::BOOL VELQProgressDialog::start() {
-    return plat::FALSE;
-}
-plat::BOOL VELQProgressDialog::stop() {
-    return plat::FALSE;
-}
-plat::BOOL VELQProgressDialog::setProgress(plat::DWORD, plat::DWORD) {
-    return plat::FALSE;
 }
 // Cancel is pressed once the armed number of polls has passed, and stays pressed.
 plat::BOOL VELQProgressDialog::hasUserCancelled() {
@@ -113,16 +86,4 @@ plat::BOOL VELQProgressDialog::hasUserCancelled() {
     }
     --polls;
     return plat::FALSE;
-}
-plat::BOOL VELQProgressDialog::setLine(plat::DWORD, const plat::WCHAR*) {
-    return plat::TRUE;
-}
-plat::BOOL VELQProgressDialog::setTitle(const plat::WCHAR*) {
-    return plat::TRUE;
-}
-plat::BOOL VELQProgressDialog::setCancelMessage(const plat::WCHAR*) {
-    return plat::TRUE;
-}
-plat::HWND VELQProgressDialog::getWindow() {
-    return m_hWnd;
 }
