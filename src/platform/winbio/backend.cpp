@@ -48,21 +48,32 @@ std::unique_ptr<Backend> simFromEnvironment() {
 
 std::unique_ptr<Backend> makeBackendFromEnvironment() {
     std::string warning;
-    const std::string_view name = chooseBackendName(std::getenv("VELQ_WINBIO"), simBackendBuiltIn(), warning);
+    const std::string_view name =
+        chooseBackendName(std::getenv("VELQ_WINBIO"), simBackendBuiltIn(), fprintdBackendBuiltIn(), warning);
     if (!warning.empty()) {
         std::fprintf(stderr, "%s\n", warning.c_str());
     }
-    std::unique_ptr<Backend> backend = name == "sim" ? simFromEnvironment() : nullptr;
+    std::unique_ptr<Backend> backend = name == "sim"       ? simFromEnvironment()
+                                       : name == "fprintd" ? makeFprintdBackend()
+                                                           : nullptr;
     return backend ? std::move(backend) : makeNoneBackend();
 }
 
 }  // namespace
 
 std::string_view chooseBackendName(const char* requested, bool simBuiltIn, std::string& warning) {
+    return chooseBackendName(requested, simBuiltIn, false, warning);
+}
+
+std::string_view chooseBackendName(const char* requested, bool simBuiltIn, bool fprintdBuiltIn,
+                                   std::string& warning) {
     warning.clear();
     const std::string_view asked = requested == nullptr ? std::string_view() : std::string_view(requested);
     if (asked == "sim" && simBuiltIn) {
         return "sim";
+    }
+    if ((asked == "fprintd" || asked.empty()) && fprintdBuiltIn) {
+        return "fprintd";
     }
     if (!asked.empty() && asked != "none") {
         warning = "VELQ_WINBIO=" + std::string(asked) + " is not available in this build; using none.";

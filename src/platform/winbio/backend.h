@@ -57,8 +57,12 @@ Backend& currentBackend();
 // Nothing may be using the previous one any more when the caller destroys it.
 std::unique_ptr<Backend> installBackend(std::unique_ptr<Backend> backend);
 
-// The backend for `requested` (VELQ_WINBIO, null when unset): "sim" when asked and built in, else "none"
-// (fprintd is not built in yet). A request that cannot be met sets a one-line `warning` for stderr.
+// The backend for `requested` (VELQ_WINBIO, null when unset): "sim" or "fprintd" when asked and built in;
+// unset (or empty) gives "fprintd" when built in, else "none". A request that cannot be met sets a
+// one-line `warning` for stderr and gives "none".
+std::string_view chooseBackendName(const char* requested, bool simBuiltIn, bool fprintdBuiltIn,
+                                   std::string& warning);
+// The same for a build without fprintd.
 std::string_view chooseBackendName(const char* requested, bool simBuiltIn, std::string& warning);
 
 // The backend of a machine without a sensor.
@@ -69,6 +73,12 @@ bool simBackendBuiltIn();
 // The simulated sensor for `script`; it starts its thread at once and joins it when destroyed. Without
 // the build option: null and `error` says so.
 std::unique_ptr<Backend> makeSimBackend(const SimScript& script, std::string& error);
+
+// True when the fprintd backend is built in (VELQ_WITH_FPRINTD, GLib found).
+bool fprintdBackendBuiltIn();
+// The backend of the fprintd daemon on the system bus (docs/FPRINTD.md); without a bus or a daemon it
+// finds no unit. Null in a build without it.
+std::unique_ptr<Backend> makeFprintdBackend();
 
 // The line printed on stderr whenever the simulated sensor is active.
 inline constexpr std::string_view kSimWarning =
