@@ -9,68 +9,30 @@ transcript line, and that the request's files are left as they were. Exit status
 passes, 1 when it fails, 77 when it cannot run here (the reason is printed).
 """
 import ctypes
-import json
 import os
 import shutil
 import sys
-import tempfile
 import time
 
-SKIP = 77
-GATE_LINES = [
-    {"ui": "cursor", "id": 32512},
-    {"ui": "messagebox", "text": "Failed to open the sensor.", "caption": "Error", "flags": 16,
-     "owner": False, "answer": 1, "default": True},
-]
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from velq_e2e import GATE_LINES, Failure, Sandbox, Skip, expect, run_cases  # noqa: E402
+
+VICTIM_TEXT = b"plain text that must stay as it is\n"
 
 
-class Failure(Exception):
-    pass
-
-
-class Sandbox:
-    """A private folder with the environment of one run and a file that no request may touch."""
+class FrontSandbox(Sandbox):
+    """No sensor backend, a person who answers Yes to everything, and a file that no request may touch."""
 
     def __init__(self):
-        self.root = tempfile.mkdtemp(prefix="velq-e2e-")
-        self.transcript = os.path.join(self.root, "transcript.jsonl")
-        self.victim = os.path.join(self.root, "docs", "a b.txt")
-        os.makedirs(os.path.dirname(self.victim))
-        with open(self.victim, "wb") as f:
-            f.write(b"plain text that must stay as it is\n")
-        self.env = {
-            "PATH": os.environ.get("PATH", "/usr/bin:/bin"),
-            "HOME": self.root,
-            "LANGUAGE": "en",
-            "LC_ALL": "C",
-            "VELQ_UI": "script",
-            "VELQ_UI_SCRIPT": os.path.join(self.root, "answers"),
-            "VELQ_UI_TRANSCRIPT": self.transcript,
-            "VELQ_WINBIO": "none",
-            "VELQ_RUNTIME_DIR": os.path.join(self.root, "run"),
-            "VELQ_DATA_HOME": os.path.join(self.root, "data"),
-            "TMPDIR": self.root,
-        }
-        for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"):
-            if name in os.environ:
-                self.env[name] = os.environ[name]
-        with open(self.env["VELQ_UI_SCRIPT"], "w") as f:
-            f.write("# a person who answers Yes to everything\n" + "yes\n" * 4)
-
-    def close(self):
-        shutil.rmtree(self.root, ignore_errors=True)
-
-    def lines(self):
-        if not os.path.exists(self.transcript):
-            return []
-        with open(self.transcript, encoding="utf-8") as f:
-            return [json.loads(line) for line in f if line.strip()]
+        super().__init__("velq-e2e-", "none",
+                         ["# a person who answers Yes to everything", "yes", "yes", "yes", "yes"])
+        self.victim = self.write("a b.txt", VICTIM_TEXT)
 
     def check_untouched(self):
         with open(self.victim, "rb") as f:
-            if f.read() != b"plain text that must stay as it is\n":
+            if f.read() != VICTIM_TEXT:
                 raise Failure("the request's file was changed")
-        for folder, _, names in os.walk(os.path.join(self.root, "docs")):
+        for folder, _, names in os.walk(self.docs):
             for name in names:
                 if name.lower().endswith(".lqvz"):
                     raise Failure("an encrypted file appeared: " + os.path.join(folder, name))
@@ -132,43 +94,29 @@ def kernel_allows_empty_argv():
     return cmdline == b""
 
 
-def expect(condition, text):
-    if not condition:
-        raise Failure(text)
-
-
 def expect_gate(program, args):
     """The road reaches the gate: the arrow cursor, message 1059, exit status 5, nothing touched."""
-    sandbox = Sandbox()
-    try:
+    with FrontSandbox() as sandbox:
         status = run(program, sandbox, args)
         expect(status == 5, "%r: exit status %d, expected 5" % (args, status))
         lines = sandbox.lines()
         expect(lines == GATE_LINES, "%r: transcript %r" % (args, lines))
         sandbox.check_untouched()
-    finally:
-        sandbox.close()
 
 
 def case_null_cmdline(program):
     if not kernel_allows_empty_argv():
-        print("SKIP: this kernel gives every program an argv[0], so no command line can be null here")
-        return SKIP
-    sandbox = Sandbox()
-    try:
+        raise Skip("this kernel gives every program an argv[0], so no command line can be null here")
+    with FrontSandbox() as sandbox:
         status = run(program, sandbox, None)
         expect(status == 87, "exit status %d, expected 87" % status)
         expect(sandbox.lines() == [], "a null command line showed %r" % sandbox.lines())
-    finally:
-        sandbox.close()
-    return 0
 
 
 def case_empty_cmdline(program):
     # No argument and one empty argument both give an empty command line: the plain-path road.
     expect_gate(program, [])
     expect_gate(program, [""])
-    return 0
 
 
 def case_plain_path(program):
@@ -176,34 +124,27 @@ def case_plain_path(program):
     # though the script would answer Yes.
     expect_gate(program, ['"/no/such/dir/a b.lqvz"'])
     expect_gate(program, ["/no/such/file.lqvz"])
-    return 0
 
 
 def case_single_file(program):
     for menu_type in ("1", "2", "4"):
         expect_gate(program, ["1::/no/such/dir/a b.txt::" + menu_type])
     expect_gate(program, [":/x/c.txt::1"])
-    return 0
 
 
 def case_menu_type_3(program):
     # No operation, but the single-file road runs the gate first.
     expect_gate(program, ["1::/x/a.txt::3"])
-    return 0
 
 
 def case_handoff(program):
     # A hand-off whose event does not exist fails before the guard and the gate, showing nothing
     # (handoff_test.py drives real hand-offs through velq).
-    sandbox = Sandbox()
-    try:
+    with FrontSandbox() as sandbox:
         status = run(program, sandbox, ["MapName::EventName::0::1"])
         expect(status == 5, "exit status %d, expected 5" % status)
         expect(sandbox.lines() == [], "a failed hand-off showed %r" % sandbox.lines())
         sandbox.check_untouched()
-    finally:
-        sandbox.close()
-    return 0
 
 
 CASES = {
@@ -216,24 +157,5 @@ CASES = {
 }
 
 
-def main():
-    if len(sys.argv) != 3 or (sys.argv[2] not in CASES and sys.argv[2] != "all"):
-        print("usage: front_roads_test.py PROGRAM {%s|all}" % "|".join(CASES), file=sys.stderr)
-        return 2
-    program = os.path.abspath(sys.argv[1])
-    names = list(CASES) if sys.argv[2] == "all" else [sys.argv[2]]
-    result = 0
-    for name in names:
-        try:
-            outcome = CASES[name](program)
-            print("%s: %s" % (name, "skipped" if outcome == SKIP else "passed"))
-            if outcome == SKIP and len(names) == 1:
-                result = SKIP
-        except Failure as failure:
-            print("%s: FAILED: %s" % (name, failure))
-            result = 1
-    return result
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(run_cases(CASES, ("PROGRAM",), lambda case, program: case(os.path.abspath(program))))

@@ -8,16 +8,15 @@ texts, scripted UI with a transcript) with a sensor script, and checks the exit 
 the wait window's lines and what comes after the gate. Exit status 0 when the case passes, 1 when it
 fails, 77 when it cannot run here (the reason is printed).
 """
-import json
 import os
-import shutil
 import signal
 import subprocess
 import sys
-import tempfile
 import time
 
-SKIP = 77
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from velq_e2e import Failure, Sandbox, Skip, expect_equal, messagebox, run_cases  # noqa: E402
+
 E_FAIL_STATUS = 5
 # Only a guard against a hang: no case relies on how long anything takes.
 HANG_GUARD = 60
@@ -29,48 +28,18 @@ WAIT_PASSED = [
     {"ui": "wait", "op": "hide"},
     {"ui": "wait", "op": "close"},
 ]
-DECRYPT_QUESTION = {"ui": "messagebox", "text": "Do you want to decrypt the protected file?",
-                    "caption": "Information", "flags": 36, "owner": False, "answer": 7, "default": False}
+DECRYPT_QUESTION = messagebox("Do you want to decrypt the protected file?", "Information", 36, 7, False)
 
 
-class Failure(Exception):
-    pass
+class GateSandbox(Sandbox):
+    """The simulated sensor, with a sensor script of each run's own; every question is answered No."""
 
-
-class Sandbox:
     def __init__(self):
-        self.root = tempfile.mkdtemp(prefix="velq-gate-")
-        self.transcript = os.path.join(self.root, "transcript.jsonl")
-        self.answers = os.path.join(self.root, "answers")
-        with open(self.answers, "w") as f:
-            f.write("no\n" * 8)
-        self.env = {
-            "PATH": os.environ.get("PATH", "/usr/bin:/bin"),
-            "HOME": self.root,
-            "LANGUAGE": "en",
-            "LC_ALL": "C",
-            "VELQ_UI": "script",
-            "VELQ_UI_SCRIPT": self.answers,
-            "VELQ_UI_TRANSCRIPT": self.transcript,
-            "VELQ_WINBIO": "sim",
-            "VELQ_RUNTIME_DIR": os.path.join(self.root, "run"),
-            "VELQ_DATA_HOME": os.path.join(self.root, "data"),
-            "TMPDIR": self.root,
-        }
-        for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"):
-            if name in os.environ:
-                self.env[name] = os.environ[name]
+        super().__init__("velq-gate-", "sim", ["no"] * 8)
         self.count = 0
 
-    def close(self):
-        shutil.rmtree(self.root, ignore_errors=True)
-
     def file(self, name):
-        path = os.path.join(self.root, "docs", name)
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        with open(path, "wb") as f:
-            f.write(b"some text\n")
-        return path
+        return self.write(name, b"some text\n")
 
     def start(self, program, args, sensor):
         """Starts the program with `args` and the sensor script `sensor`; returns the process."""
@@ -84,21 +53,6 @@ class Sandbox:
     def run(self, program, args, sensor):
         proc = self.start(program, args, sensor)
         return finish(proc)
-
-    def lines(self):
-        if not os.path.exists(self.transcript):
-            return []
-        with open(self.transcript, encoding="utf-8") as f:
-            return [json.loads(line) for line in f if line.strip()]
-
-    def wait_for_line(self, line, count=1):
-        """Waits until `line` stands `count` times in the transcript (the hang guard ends a wait that
-        never comes)."""
-        end = time.monotonic() + HANG_GUARD
-        while self.lines().count(line) < count:
-            if time.monotonic() > end:
-                raise Failure("never seen: %s" % json.dumps(line))
-            time.sleep(0.05)
 
 
 def finish(proc):
@@ -115,11 +69,6 @@ def finish(proc):
     return proc.returncode
 
 
-def expect(what, got, wanted):
-    if got != wanted:
-        raise Failure("%s: got %r, wanted %r" % (what, got, wanted))
-
-
 def wait_lines(lines):
     return [line for line in lines if line.get("ui") == "wait"]
 
@@ -127,21 +76,21 @@ def wait_lines(lines):
 def case_plain_path(program, box):
     """The plain-path road: the owner's finger passes the gate, then the question 1064 (answered No)."""
     path = box.file("a.txt.lqvz")
-    expect("exit status", box.run(program, [path], "enrolled self 1\ntouch nomatch\ntouch self\n"), 0)
+    expect_equal("exit status", box.run(program, [path], "enrolled self 1\ntouch nomatch\ntouch self\n"), 0)
     lines = box.lines()
-    expect("wait lines", wait_lines(lines),
-           WAIT_PASSED[:2] + [{"ui": "wait", "op": "image", "id": 505}, {"ui": "wait", "op": "image", "id": 509}] +
-           WAIT_PASSED[2:])
-    expect("last line", lines[-1], DECRYPT_QUESTION)
+    expect_equal("wait lines", wait_lines(lines),
+                 WAIT_PASSED[:2] + [{"ui": "wait", "op": "image", "id": 505},
+                                    {"ui": "wait", "op": "image", "id": 509}] + WAIT_PASSED[2:])
+    expect_equal("last line", lines[-1], DECRYPT_QUESTION)
 
 
 def case_single_file(program, box):
     """The single-file road with a menu type of no operation: the gate runs, nothing else, status 0."""
     path = box.file("b.txt")
-    expect("exit status", box.run(program, ["1::%s::3" % path], "enrolled self 1\ntouch self\n"), 0)
-    expect("wait lines", wait_lines(box.lines()), WAIT_PASSED)
+    expect_equal("exit status", box.run(program, ["1::%s::3" % path], "enrolled self 1\ntouch self\n"), 0)
+    expect_equal("wait lines", wait_lines(box.lines()), WAIT_PASSED)
     with open(path, "rb") as f:
-        expect("file", f.read(), b"some text\n")
+        expect_equal("file", f.read(), b"some text\n")
 
 
 def case_refused(program, box):
@@ -153,23 +102,24 @@ def case_refused(program, box):
     ] + [("session %d\n" % code, "session %d" % code) for code in (2, 5, 6, 7, 8)] + \
         [("power %d\n" % code, "power %d" % code) for code in (4, 5, 6, 18)]
     for statements, what in rows:
-        os.unlink(box.transcript) if os.path.exists(box.transcript) else None
-        expect(what + ": exit status", box.run(program, [path], "enrolled self 1\n" + statements), E_FAIL_STATUS)
+        box.forget_lines()
+        expect_equal(what + ": exit status", box.run(program, [path], "enrolled self 1\n" + statements),
+                     E_FAIL_STATUS)
         lines = box.lines()
-        expect(what + ": wait lines", wait_lines(lines),
-               [{"ui": "wait", "op": "show"}, {"ui": "wait", "op": "image", "id": 509},
-                {"ui": "wait", "op": "close"}])
-        expect(what + ": messages", [line for line in lines if line.get("ui") == "messagebox"], [])
+        expect_equal(what + ": wait lines", wait_lines(lines),
+                     [{"ui": "wait", "op": "show"}, {"ui": "wait", "op": "image", "id": 509},
+                      {"ui": "wait", "op": "close"}])
+        expect_equal(what + ": messages", [line for line in lines if line.get("ui") == "messagebox"], [])
 
 
 def case_not_closing(program, box):
     """A console connect (session 1) and a resume (power 7) leave the window: the finger then passes."""
     path = box.file("d.txt.lqvz")
     for statement in ("session 1", "power 7"):
-        os.unlink(box.transcript) if os.path.exists(box.transcript) else None
-        expect(statement + ": exit status",
-               box.run(program, [path], "enrolled self 1\n%s\npause 200\ntouch self\n" % statement), 0)
-        expect(statement + ": wait lines", wait_lines(box.lines()), WAIT_PASSED)
+        box.forget_lines()
+        expect_equal(statement + ": exit status",
+                     box.run(program, [path], "enrolled self 1\n%s\npause 200\ntouch self\n" % statement), 0)
+        expect_equal(statement + ": wait lines", wait_lines(box.lines()), WAIT_PASSED)
 
 
 def case_not_enrolled(program, box):
@@ -179,36 +129,37 @@ def case_not_enrolled(program, box):
                                 ("enrolled self 1\nenrolling\n",
                                  "An enrollment transaction could not be started because another enrollment is "
                                  "already in progress.", 48)):
-        os.unlink(box.transcript) if os.path.exists(box.transcript) else None
-        expect(text + ": exit status", box.run(program, [path], sensor), E_FAIL_STATUS)
+        box.forget_lines()
+        expect_equal(text + ": exit status", box.run(program, [path], sensor), E_FAIL_STATUS)
         lines = box.lines()
-        expect(text + ": wait lines", wait_lines(lines), [])
+        expect_equal(text + ": wait lines", wait_lines(lines), [])
         boxes = [(line["text"], line["flags"]) for line in lines if line.get("ui") == "messagebox"]
-        expect(text + ": messages", boxes, [(text, flags)])
+        expect_equal(text + ": messages", boxes, [(text, flags)])
 
 
 def case_taking_turns(program, box):
     """Two processes: the second one's window comes only after the first one's has gone."""
     first = box.start(program, [box.file("f1.txt.lqvz")], "enrolled self 1\npause 1500\ntouch self\n")
-    box.wait_for_line({"ui": "wait", "op": "show"})
+    box.wait_for_line({"ui": "wait", "op": "show"}, hang_guard=HANG_GUARD)
     second = box.start(program, [box.file("f2.txt.lqvz")], "enrolled self 1\ntouch self\n")
-    expect("first exit status", finish(first), 0)
-    expect("second exit status", finish(second), 0)
+    expect_equal("first exit status", finish(first), 0)
+    expect_equal("second exit status", finish(second), 0)
     ops = [line["op"] for line in wait_lines(box.lines()) if line["op"] in ("show", "close")]
-    expect("order of the windows", ops, ["show", "close", "show", "close"])
+    expect_equal("order of the windows", ops, ["show", "close", "show", "close"])
 
 
 def case_killed_holder(program, box):
     """A process killed while it holds the turn does not block the next one."""
     holder = box.start(program, [box.file("g1.txt.lqvz")], "enrolled self 1\n")  # waits for a finger for ever
-    box.wait_for_line({"ui": "wait", "op": "show"})
+    box.wait_for_line({"ui": "wait", "op": "show"}, hang_guard=HANG_GUARD)
     second = box.start(program, [box.file("g2.txt.lqvz")], "enrolled self 1\ntouch self\n")
     time.sleep(0.5)  # lets the second process reach its wait for the turn; nothing relies on it
     holder.send_signal(signal.SIGKILL)
     holder.communicate()
-    expect("second exit status", finish(second), 0)
-    expect("last line", box.lines()[-1], DECRYPT_QUESTION)
-    expect("pictures of the second", [line.get("id") for line in wait_lines(box.lines())][-4:], [509, 504, None, None])
+    expect_equal("second exit status", finish(second), 0)
+    expect_equal("last line", box.lines()[-1], DECRYPT_QUESTION)
+    expect_equal("pictures of the second", [line.get("id") for line in wait_lines(box.lines())][-4:],
+                 [509, 504, None, None])
 
 
 CASES = {
@@ -222,31 +173,15 @@ CASES = {
 }
 
 
-def main():
-    if len(sys.argv) != 3 or (sys.argv[2] not in CASES and sys.argv[2] != "all"):
-        print(__doc__)
-        return 2
-    program = sys.argv[1]
-    names = list(CASES) if sys.argv[2] == "all" else [sys.argv[2]]
-    failed = 0
-    for name in names:
-        box = Sandbox()
-        try:
-            probe = box.start(program, [box.file("probe")], "units 0\n")
-            _, err = probe.communicate(timeout=HANG_GUARD)
-            if b"simulated fingerprint sensor active" not in err:
-                print("SKIP %s: the program was built without the simulated sensor" % name)
-                return SKIP
-            os.unlink(box.transcript) if os.path.exists(box.transcript) else None
-            CASES[name](program, box)
-            print("PASS %s" % name)
-        except Failure as e:
-            failed += 1
-            print("FAIL %s: %s" % (name, e))
-        finally:
-            box.close()
-    return 1 if failed else 0
+def run_case(case, program):
+    with GateSandbox() as box:
+        probe = box.start(program, [box.file("probe")], "units 0\n")
+        _, err = probe.communicate(timeout=HANG_GUARD)
+        if b"simulated fingerprint sensor active" not in err:
+            raise Skip("the program was built without the simulated sensor")
+        box.forget_lines()
+        case(program, box)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(run_cases(CASES, ("PROGRAM",), run_case))

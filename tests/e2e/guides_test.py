@@ -6,67 +6,29 @@ Usage: guides_test.py DRIVER CASE     (CASE: one of the names in CASES; "all" ru
 
 Exit status 0 when the case passes, 1 when it fails.
 """
-import json
 import os
-import shutil
 import subprocess
 import sys
-import tempfile
 import threading
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from velq_e2e import Failure, Sandbox, expect, messagebox as box, run_cases  # noqa: E402
 
 PASSWORD = "pass word\twith tab"
 
 
-class Failure(Exception):
-    pass
+class GuidesSandbox(Sandbox):
+    """No sensor backend, a home folder of its own; the answers are written by each case."""
 
-
-class Sandbox:
     def __init__(self):
-        self.root = tempfile.mkdtemp(prefix="velq-guides-")
-        self.transcript = os.path.join(self.root, "transcript.jsonl")
-        self.answers = os.path.join(self.root, "answers")
-        self.env = {
-            "PATH": os.environ.get("PATH", "/usr/bin:/bin"),
-            "HOME": os.path.join(self.root, "home"),
-            "LANGUAGE": "en",
-            "LC_ALL": "C",
-            "VELQ_UI": "script",
-            "VELQ_UI_SCRIPT": self.answers,
-            "VELQ_UI_TRANSCRIPT": self.transcript,
-            "VELQ_WINBIO": "none",
-            "VELQ_RUNTIME_DIR": os.path.join(self.root, "run"),
-            "VELQ_DATA_HOME": os.path.join(self.root, "data"),
-            "TMPDIR": self.root,
-        }
-        for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"):
-            if name in os.environ:
-                self.env[name] = os.environ[name]
+        super().__init__("velq-guides-", "none")
+        self.env["HOME"] = os.path.join(self.root, "home")
         os.makedirs(self.env["HOME"])
-
-    def close(self):
-        shutil.rmtree(self.root, ignore_errors=True)
 
     def root_key(self):
         users = os.path.join(self.env["VELQ_DATA_HOME"], "users")
         names = os.listdir(users) if os.path.isdir(users) else []
         return os.path.join(users, names[0], "root.key") if names else None
-
-    def write_answers(self, lines):
-        with open(self.answers, "w") as f:
-            f.write("".join(line + "\n" for line in lines))
-
-    def lines(self):
-        if not os.path.exists(self.transcript):
-            return []
-        with open(self.transcript, encoding="utf-8") as f:
-            return [json.loads(line) for line in f if line.strip()]
-
-    def take_lines(self):
-        lines = self.lines()
-        if os.path.exists(self.transcript):
-            os.remove(self.transcript)
-        return lines
 
 
 def drive(driver, sandbox, *args):
@@ -74,16 +36,6 @@ def drive(driver, sandbox, *args):
     if done.returncode != 0:
         raise Failure("driver %s exited with %d: %s" % (args, done.returncode, done.stderr))
     return done.stdout.strip()
-
-
-def expect(condition, what):
-    if not condition:
-        raise Failure(what)
-
-
-def box(text, caption, flags, answer, default):
-    return {"ui": "messagebox", "text": text, "caption": caption, "flags": flags, "owner": False,
-            "answer": answer, "default": default}
 
 
 NEW_KEY = box("A new key has been created, please backup the file, preferably to another storage device.",
@@ -186,24 +138,10 @@ def case_search_locations(driver, sandbox):
 CASES = {name[len("case_"):]: fn for name, fn in globals().items() if name.startswith("case_")}
 
 
-def main():
-    if len(sys.argv) != 3 or (sys.argv[2] not in CASES and sys.argv[2] != "all"):
-        print(__doc__)
-        return 2
-    names = list(CASES) if sys.argv[2] == "all" else [sys.argv[2]]
-    failed = 0
-    for name in names:
-        sandbox = Sandbox()
-        try:
-            CASES[name](sys.argv[1], sandbox)
-            print("PASS", name)
-        except Failure as failure:
-            print("FAIL", name, "-", failure)
-            failed += 1
-        finally:
-            sandbox.close()
-    return 1 if failed else 0
+def run_case(case, driver):
+    with GuidesSandbox() as sandbox:
+        case(driver, sandbox)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(run_cases(CASES, ("DRIVER",), run_case))

@@ -8,80 +8,33 @@ A hand-off that fails shows nothing and ends with status 5; one that succeeds go
 gate (no sensor here: message 1059, status 5) or, for a search, straight to the search without the gate.
 Exit status 0 when the case passes, 1 when it fails.
 """
-import json
 import os
-import shutil
 import stat
 import subprocess
 import sys
-import tempfile
 
-GATE_LINES = [
-    {"ui": "cursor", "id": 32512},
-    {"ui": "messagebox", "text": "Failed to open the sensor.", "caption": "Error", "flags": 16,
-     "owner": False, "answer": 1, "default": True},
-]
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from velq_e2e import GATE_LINES, Sandbox, expect, run_cases  # noqa: E402
+
 TEXT = "DropEncryptFilePath::{file};DropDecryptFilePath::DropFolderPath::DropLegalMedia::"
 
 
-class Failure(Exception):
-    pass
+class HandoffSandbox(Sandbox):
+    """No sensor backend, velq handing over to `program`, and two files of the request in docs."""
 
-
-def expect(condition, text):
-    if not condition:
-        raise Failure(text)
-
-
-class Sandbox:
     def __init__(self, velq, program):
+        super().__init__("velq-handoff-", "none", ["yes"] * 4, VELQ_PROGRAM=program)
         self.velq = velq
-        self.root = tempfile.mkdtemp(prefix="velq-handoff-")
-        self.transcript = os.path.join(self.root, "transcript.jsonl")
-        self.docs = os.path.join(self.root, "docs")
-        os.makedirs(os.path.join(self.docs, "sub"))
         self.files = {}
         for name, content in (("a b.txt", b"first file\n"), ("sub/c.txt", b"second\n")):
-            path = os.path.join(self.docs, name)
-            with open(path, "wb") as f:
-                f.write(content)
-            self.files[path] = content
-        self.env = {
-            "PATH": os.environ.get("PATH", "/usr/bin:/bin"),
-            "HOME": self.root,
-            "LANGUAGE": "en",
-            "LC_ALL": "C",
-            "VELQ_UI": "script",
-            "VELQ_UI_SCRIPT": os.path.join(self.root, "answers"),
-            "VELQ_UI_TRANSCRIPT": self.transcript,
-            "VELQ_WINBIO": "none",
-            "VELQ_RUNTIME_DIR": os.path.join(self.root, "run"),
-            "VELQ_DATA_HOME": os.path.join(self.root, "data"),
-            "VELQ_PROGRAM": program,
-            "TMPDIR": self.root,
-        }
-        for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS"):
-            if name in os.environ:
-                self.env[name] = os.environ[name]
-        with open(self.env["VELQ_UI_SCRIPT"], "w") as f:
-            f.write("yes\n" * 4)
-
-    def close(self):
-        shutil.rmtree(self.root, ignore_errors=True)
+            self.files[self.write(name, content)] = content
 
     def velq_run(self, args, **extra_env):
         env = dict(self.env, **extra_env)
-        if os.path.exists(self.transcript):
-            os.remove(self.transcript)
+        self.forget_lines()
         done = subprocess.run([self.velq] + args, env=env, cwd=self.root, capture_output=True, text=True,
                               timeout=120)
         return done.returncode, done.stderr
-
-    def lines(self):
-        if not os.path.exists(self.transcript):
-            return []
-        with open(self.transcript, encoding="utf-8") as f:
-            return [json.loads(line) for line in f if line.strip()]
 
     def check_clean(self):
         """The files are as they were, and no object of the hand-off is left in the runtime folder."""
@@ -102,17 +55,6 @@ class Sandbox:
         return self.velq_run(args)
 
 
-def with_sandbox(case):
-    def run(velq, program):
-        sandbox = Sandbox(velq, program)
-        try:
-            case(sandbox)
-        finally:
-            sandbox.close()
-    return run
-
-
-@with_sandbox
 def case_paths_reach_the_gate(sandbox):
     # Files and a folder, relative and absolute: the program takes the hand-off and stops at the gate.
     status, err = sandbox.velq_run(["encrypt", "docs/a b.txt", sandbox.docs])
@@ -122,7 +64,6 @@ def case_paths_reach_the_gate(sandbox):
     sandbox.check_clean()
 
 
-@with_sandbox
 def case_search_without_the_gate(sandbox):
     status, err = sandbox.velq_run(["search", sandbox.docs])
     lines = sandbox.lines()
@@ -134,7 +75,6 @@ def case_search_without_the_gate(sandbox):
     sandbox.check_clean()
 
 
-@with_sandbox
 def case_malformed_texts_fail_quietly(sandbox):
     text = TEXT.format(file=os.path.join(sandbox.docs, "a b.txt"))
     utf16_bytes = 2 * len(text)
@@ -153,7 +93,6 @@ def case_malformed_texts_fail_quietly(sandbox):
     expect(status == 5 and sandbox.lines() == GATE_LINES, "the whole text: %d %r" % (status, sandbox.lines()))
 
 
-@with_sandbox
 def case_menu_type_read_whole(sandbox):
     text = TEXT.format(file=os.path.join(sandbox.docs, "a b.txt"))
     # "14" is no search, though it ends in 4: the gate runs. "004" is a search: it does not.
@@ -165,7 +104,6 @@ def case_menu_type_read_whole(sandbox):
     sandbox.check_clean()
 
 
-@with_sandbox
 def case_program_that_never_signals(sandbox):
     # A program that dies at once and one that outlives the time limit: velq gives up the objects and
     # exits with the program's own status either way.
@@ -182,7 +120,6 @@ def case_program_that_never_signals(sandbox):
     sandbox.check_clean()
 
 
-@with_sandbox
 def case_wrong_use(sandbox):
     for args, expected in (
         ([], 2), (["frobnicate"], 2), (["encrypt"], 2), (["handoff", "--type", "1"], 2),
@@ -213,21 +150,10 @@ CASES = {
 }
 
 
-def main():
-    if len(sys.argv) != 4 or (sys.argv[3] not in CASES and sys.argv[3] != "all"):
-        print("usage: handoff_test.py VELQ PROGRAM {%s|all}" % "|".join(CASES), file=sys.stderr)
-        return 2
-    velq, program = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
-    result = 0
-    for name in list(CASES) if sys.argv[3] == "all" else [sys.argv[3]]:
-        try:
-            CASES[name](velq, program)
-            print("%s: passed" % name)
-        except Failure as failure:
-            print("%s: FAILED: %s" % (name, failure))
-            result = 1
-    return result
+def run_case(case, velq, program):
+    with HandoffSandbox(os.path.abspath(velq), os.path.abspath(program)) as sandbox:
+        case(sandbox)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(run_cases(CASES, ("VELQ", "PROGRAM"), run_case))

@@ -1,0 +1,177 @@
+"""What the end-to-end test drivers share: the private environment of a run (Sandbox), the scripted UI's
+answers and transcript, and the case runner.
+
+A driver is started as `DRIVER ARGUMENTS... CASE`, where CASE names one of its cases or is "all". Its exit
+status is 0 when the cases pass, 1 when one fails, 2 on a wrong command line and SKIP (77) when the
+machine lacks what the case needs (the reason is printed).
+
+A driver puts its own folder first in sys.path before importing this module, so that the module is found
+however the driver is started (`python3 -I` or `-P` leave the script's folder out of the path).
+"""
+import json
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+SKIP = 77
+SANITIZER_OPTIONS = ("ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS")
+
+
+class Failure(Exception):
+    """A check failed: the case fails with this text."""
+
+
+class Skip(Exception):
+    """The case cannot run on this machine: the text says what is missing."""
+
+
+def expect(condition, text):
+    if not condition:
+        raise Failure(text)
+
+
+def expect_equal(what, got, wanted):
+    if got != wanted:
+        raise Failure("%s: got %r, wanted %r" % (what, got, wanted))
+
+
+def messagebox(text, caption, flags, answer, default):
+    """A message box's transcript line (no owner window)."""
+    return {"ui": "messagebox", "text": text, "caption": caption, "flags": flags, "owner": False,
+            "answer": answer, "default": default}
+
+
+# What the gate shows without a sensor backend (VELQ_WINBIO=none): the arrow cursor, then message 1059.
+GATE_LINES = [
+    {"ui": "cursor", "id": 32512},
+    messagebox("Failed to open the sensor.", "Error", 16, 1, True),
+]
+
+
+def read_transcript(path):
+    """The transcript's lines as objects; none when the file is not there."""
+    if not os.path.exists(path):
+        return []
+    with open(path, encoding="utf-8") as f:
+        return [json.loads(line) for line in f if line.strip()]
+
+
+def remove_tree(root):
+    """Removes `root` with everything under it, read-only files and folders too."""
+    for folder, dirs, files in os.walk(root):
+        for name in dirs + files:
+            path = os.path.join(folder, name)
+            if not os.path.islink(path):
+                try:
+                    os.chmod(path, 0o700)
+                except OSError:
+                    pass
+    shutil.rmtree(root, ignore_errors=True)
+
+
+class Sandbox:
+    """A private folder with the environment of the program's runs: HOME, runtime folder, data home and
+    temporary folder inside it, English texts, the scripted UI with its answers file and transcript, the
+    sensor backend `winbio`, the sanitizers' options passed through. `env` adds to or replaces variables;
+    `answers`, when given, are written to the answers file. Used as a context manager, it is removed
+    at the end."""
+
+    def __init__(self, prefix, winbio, answers=None, **env):
+        self.root = tempfile.mkdtemp(prefix=prefix)
+        self.transcript = os.path.join(self.root, "transcript.jsonl")
+        self.answers = os.path.join(self.root, "answers")
+        self.docs = os.path.join(self.root, "docs")
+        self.env = {
+            "PATH": os.environ.get("PATH", "/usr/bin:/bin"),
+            "HOME": self.root,
+            "LANGUAGE": "en",
+            "LC_ALL": "C",
+            "VELQ_UI": "script",
+            "VELQ_UI_SCRIPT": self.answers,
+            "VELQ_UI_TRANSCRIPT": self.transcript,
+            "VELQ_WINBIO": winbio,
+            "VELQ_RUNTIME_DIR": os.path.join(self.root, "run"),
+            "VELQ_DATA_HOME": os.path.join(self.root, "data"),
+            "TMPDIR": self.root,
+        }
+        self.env.update(env)
+        for name in SANITIZER_OPTIONS:
+            if name in os.environ:
+                self.env[name] = os.environ[name]
+        if answers is not None:
+            self.write_answers(answers)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def close(self):
+        remove_tree(self.root)
+
+    def write(self, name, data):
+        """Writes `data` to the file `name` under docs (making its folders); returns its path."""
+        path = os.path.join(self.docs, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "wb") as f:
+            f.write(data)
+        return path
+
+    def write_answers(self, lines):
+        """The scripted UI's answers, one a line."""
+        with open(self.answers, "w") as f:
+            f.write("".join(line + "\n" for line in lines))
+
+    def lines(self):
+        return read_transcript(self.transcript)
+
+    def forget_lines(self):
+        """Removes the transcript: the next run's lines stand alone."""
+        if os.path.exists(self.transcript):
+            os.remove(self.transcript)
+
+    def take_lines(self):
+        """The transcript's lines, then forgets them."""
+        lines = self.lines()
+        self.forget_lines()
+        return lines
+
+    def wait_for_line(self, line, count=1, hang_guard=60):
+        """Waits until `line` stands `count` times in the transcript (`hang_guard` seconds end a wait that
+        never comes: a guard against a hang, not a measure)."""
+        end = time.monotonic() + hang_guard
+        while self.lines().count(line) < count:
+            if time.monotonic() > end:
+                raise Failure("never seen: %s" % json.dumps(line))
+            time.sleep(0.05)
+
+
+def run_cases(cases, arguments, run_case, argv=None):
+    """The driver's main: `argv` (sys.argv by default) holds the values of `arguments` (their names, for
+    the usage line) and then a case's name or "all". run_case(case, *values) runs one case of `cases`;
+    it fails with Failure (or a hang guard's subprocess.TimeoutExpired) and is skipped with Skip.
+    Returns the exit status: 1 when a case failed, SKIP when every case run was skipped, else 0."""
+    argv = sys.argv if argv is None else argv
+    if len(argv) != len(arguments) + 2 or (argv[-1] not in cases and argv[-1] != "all"):
+        print("usage: %s %s {%s|all}" % (os.path.basename(argv[0]), " ".join(arguments), "|".join(cases)),
+              file=sys.stderr)
+        return 2
+    names = list(cases) if argv[-1] == "all" else [argv[-1]]
+    failed = skipped = 0
+    for name in names:
+        try:
+            run_case(cases[name], *argv[1:-1])
+            print("%s: passed" % name)
+        except Skip as reason:
+            print("%s: SKIP: %s" % (name, reason))
+            skipped += 1
+        except (Failure, subprocess.TimeoutExpired) as failure:
+            print("%s: FAILED: %s" % (name, failure))
+            failed += 1
+    if failed:
+        return 1
+    return SKIP if skipped == len(names) else 0
