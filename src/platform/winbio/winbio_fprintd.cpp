@@ -8,6 +8,7 @@
 // VerifyStart, so that a result that comes before VerifyStart returns is not lost.
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -183,7 +184,7 @@ private:
     WINBIO_IDENTITY m_ownerIdentity{};
     GDBusConnection* m_bus = nullptr;
     GMainContext* m_context = nullptr;
-    GMainLoop* m_loop = nullptr;
+    std::atomic<bool> m_stopping{false};
     std::vector<guint> m_subscriptions;
     std::string m_loginSessionPath;
 
@@ -223,7 +224,6 @@ FprintdBackend::FprintdBackend() {
         g_error_free(error);
     }
     m_context = g_main_context_new();
-    m_loop = g_main_loop_new(m_context, FALSE);
     subscribeSignals();
     resolveLoginSession();
     m_thread = std::thread([this] { run(); });
@@ -242,7 +242,8 @@ FprintdBackend::~FprintdBackend() {
     for (WINBIO_SESSION_HANDLE handle : open) {
         closeSession(handle);
     }
-    g_main_loop_quit(m_loop);
+    m_stopping.store(true);
+    g_main_context_wakeup(m_context);
     m_thread.join();
     for (guint id : m_subscriptions) {
         g_dbus_connection_signal_unsubscribe(m_bus, id);
@@ -250,16 +251,19 @@ FprintdBackend::~FprintdBackend() {
     // Pending unsubscriptions and idle sources are released with the context.
     while (g_main_context_iteration(m_context, FALSE) != FALSE) {
     }
-    g_main_loop_unref(m_loop);
     g_main_context_unref(m_context);
     if (m_bus != nullptr) {
         g_object_unref(m_bus);
     }
 }
 
+// Iterates until told to stop (not g_main_loop_run: a quit that comes before the loop runs would be lost,
+// and the destructor's join would never return).
 void FprintdBackend::run() {
     g_main_context_push_thread_default(m_context);
-    g_main_loop_run(m_loop);
+    while (!m_stopping.load()) {
+        g_main_context_iteration(m_context, TRUE);
+    }
     g_main_context_pop_thread_default(m_context);
 }
 
