@@ -56,14 +56,15 @@ plat::BOOL VELQProgressDialog::start() {
     // The GUID stands in the title only until the search is done; then the person's title is back.
     const std::u16string guidText = generateGuidText();
     m_pProgressDialog->SetTitle(guidText.c_str());
-    m_hWnd = plat::FindWindowW(nullptr, guidText.c_str());
+    const plat::HWND hWnd = plat::FindWindowW(nullptr, guidText.c_str());
+    m_hWnd = hWnd;
     m_pProgressDialog->SetTitle(m_strTitle.c_str());
-    if (plat::IsWindow(m_hWnd)) {
+    if (plat::IsWindow(hWnd)) {
         VELQ_LOG(DBG_LEVEL_INF, u" (VELQProgressDialog::start)",
                  u"Found progress bar window, window name: %s", guidText.c_str());
-        plat::SetWindowPos(m_hWnd, plat::HWND_TOPMOST, 0, 0, 0, 0, kTopmostFlags);
-        plat::BringWindowToTop(m_hWnd);
-        plat::SetForegroundWindow(m_hWnd);
+        plat::SetWindowPos(hWnd, plat::HWND_TOPMOST, 0, 0, 0, 0, kTopmostFlags);
+        plat::BringWindowToTop(hWnd);
+        plat::SetForegroundWindow(hWnd);
     }
     return hr == plat::S_OK ? plat::TRUE : plat::FALSE;
 }

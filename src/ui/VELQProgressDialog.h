@@ -8,6 +8,7 @@
 // below, so that a batch runs without a visible dialog (and cannot be canceled).
 #pragma once
 
+#include <atomic>
 #include <string>
 
 #include "plat/types.h"
@@ -56,7 +57,9 @@ private:
     // Releases the platform object and the window; called by the destructor only.
     void close();
 
-    plat::HWND m_hWnd;
+    // Written by the thread that starts the dialog, read by others (a message box of the worker takes it
+    // as its owner): atomic, so that the read is never torn or stale.
+    std::atomic<plat::HWND> m_hWnd;
     std::u16string m_strTitle;
     plat::BOOL m_bTopMost;
     IProgressDialog* m_pProgressDialog;
