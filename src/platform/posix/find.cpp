@@ -13,14 +13,6 @@
 
 namespace plat {
 
-namespace {
-
-std::u16string lowered(std::u16string text) {
-    CharLowerW(text.data());
-    return text;
-}
-
-// "*" matches any run of units, "?" exactly one; both texts are already lowered.
 bool wildcardMatch(std::u16string_view name, std::u16string_view pattern) {
     std::size_t n = 0;
     std::size_t p = 0;
@@ -43,6 +35,13 @@ bool wildcardMatch(std::u16string_view name, std::u16string_view pattern) {
         ++p;
     }
     return p == pattern.size();
+}
+
+namespace {
+
+std::u16string lowered(std::u16string text) {
+    CharLowerW(text.data());
+    return text;
 }
 
 // One search: the folder, the lowered pattern and how far the listing has come. "." and ".." are

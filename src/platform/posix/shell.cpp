@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "files_internal.h"
 #include "plat/errors.h"
 #include "plat/strings.h"
 #include "plat/ui.h"
@@ -55,34 +56,19 @@ int hexValue(char16_t unit) {
     return -1;
 }
 
-char16_t lowerAscii(char16_t unit) {
-    return (unit >= u'A' && unit <= u'Z') ? static_cast<char16_t>(unit - u'A' + u'a') : unit;
+std::u16string lowerAscii(std::u16string_view text) {
+    std::u16string lowered(text);
+    for (char16_t& unit : lowered) {
+        if (unit >= u'A' && unit <= u'Z') {
+            unit = static_cast<char16_t>(unit - u'A' + u'a');
+        }
+    }
+    return lowered;
 }
 
 // '*' any run of units, '?' any one unit, the rest equal ignoring ASCII case.
 bool fitsPattern(std::u16string_view name, std::u16string_view pattern) {
-    std::size_t n = 0;
-    std::size_t p = 0;
-    std::size_t starAt = std::u16string_view::npos;
-    std::size_t starName = 0;
-    while (n < name.size()) {
-        if (p < pattern.size() && (pattern[p] == u'?' || lowerAscii(pattern[p]) == lowerAscii(name[n]))) {
-            ++n;
-            ++p;
-        } else if (p < pattern.size() && pattern[p] == u'*') {
-            starAt = p++;
-            starName = n;
-        } else if (starAt != std::u16string_view::npos) {
-            p = starAt + 1;
-            n = ++starName;
-        } else {
-            return false;
-        }
-    }
-    while (p < pattern.size() && pattern[p] == u'*') {
-        ++p;
-    }
-    return p == pattern.size();
+    return wildcardMatch(lowerAscii(name), lowerAscii(pattern));
 }
 
 void collect(const std::string& folder, const std::u16string& pattern, std::vector<std::u16string>& found) {
