@@ -231,31 +231,7 @@ unsigned VELQCryptFile::_ThreadProcShowMessage(void* object) {
     return 0;
 }
 
-// The progress dialog: only the cancel is asked for by the batch.
-VELQProgressDialog::VELQProgressDialog()
-    : m_hWnd(nullptr), m_bTopMost(plat::TRUE), m_pProgressDialog(nullptr) {}
-VELQProgressDialog::~VELQProgressDialog() = default;
-plat::BOOL VELQProgressDialog::start() {
-    return plat::FALSE;
-}
-plat::BOOL VELQProgressDialog::stop() {
-    return plat::FALSE;
-}
-plat::BOOL VELQProgressDialog::setProgress(plat::DWORD, plat::DWORD) {
-    return plat::FALSE;
-}
+// The progress dialog (silent_progress_dialog.cpp): only the cancel is asked for by the batch.
 plat::BOOL VELQProgressDialog::hasUserCancelled() {
     return script().bCancelled ? plat::TRUE : plat::FALSE;
-}
-plat::BOOL VELQProgressDialog::setLine(plat::DWORD, const plat::WCHAR*) {
-    return plat::TRUE;
-}
-plat::BOOL VELQProgressDialog::setTitle(const plat::WCHAR*) {
-    return plat::TRUE;
-}
-plat::BOOL VELQProgressDialog::setCancelMessage(const plat::WCHAR*) {
-    return plat::TRUE;
-}
-plat::HWND VELQProgressDialog::getWindow() {
-    return m_hWnd;
 }
