@@ -3,12 +3,14 @@
 It starts a system bus of its own (dbus-daemon with its own configuration; DBUS_SYSTEM_BUS_ADDRESS points
 at it), a polkit stand-in on it (dbusmock's polkitd template, allowing the fprintd actions), a logind
 stand-in (dbusmock's logind template, with one session) and `/usr/libexec/fprintd -t` with the virtual
-device (FP_VIRTUAL_DEVICE, STATE_DIRECTORY). It drives the virtual device through its socket and reaps
+device (FP_VIRTUAL_DEVICE, STATE_DIRECTORY; with `storage`, the virtual device with storage of its own,
+FP_VIRTUAL_DEVICE_STORAGE, on which fprintd looks for a duplicate before it enrolls). It drives the virtual device through its socket and reaps
 every process it started, also when a test fails (use it as a context manager).
 
 Needs Debian's /usr/bin/python3 (dbus-python and dbusmock); `Unavailable` says why it cannot run here.
 """
 import os
+import re
 import shutil
 import signal
 import socket
@@ -60,7 +62,7 @@ def wait_until(what, condition):
 
 
 class Fixture:
-    def __init__(self):
+    def __init__(self, storage=False):
         for path in (FPRINTD, "/usr/bin/dbus-daemon"):
             if not os.access(path, os.X_OK):
                 raise Unavailable("%s is not installed (scripts/setup.sh installs it)" % path)
@@ -68,6 +70,7 @@ class Fixture:
         self.procs = []
         self.fprintd = None
         self.bus = None
+        self.device_variable = "FP_VIRTUAL_DEVICE_STORAGE" if storage else "FP_VIRTUAL_DEVICE"
         self.socket_path = os.path.join(self.root, "virtual-device")
         self.state = os.path.join(self.root, "state")
         os.makedirs(self.state)
@@ -130,8 +133,8 @@ class Fixture:
         mock.AddSession(SESSION_ID, "seat0", dbus.UInt32(os.getuid()), "velq", True)
 
     def start_daemon(self):
-        env = dict(self.env, FP_VIRTUAL_DEVICE=self.socket_path, STATE_DIRECTORY=self.state,
-                   G_MESSAGES_DEBUG="all")
+        env = dict(self.env, STATE_DIRECTORY=self.state, G_MESSAGES_DEBUG="all")
+        env[self.device_variable] = self.socket_path
         self.fprintd = self._spawn([FPRINTD, "-t"], env=env, log="fprintd.log")
         self.wait_for_name(FPRINT, self.fprintd, "fprintd.log")
         wait_until("the virtual reader appearing", lambda: len(self.devices()) == 1)
@@ -195,25 +198,8 @@ class Fixture:
         except dbus.exceptions.DBusException:
             return []
 
-    def enroll(self, finger, print_id, user):
-        """Enrolls `finger` of the calling user (`user`) as the print `print_id`, through the daemon's own
-        EnrollStart on the virtual reader."""
-        device = self.device()
-        device.Claim("")
-        try:
-            device.EnrollStart(finger)
-            end = time.monotonic() + HANG_GUARD
-            while finger not in self.enrolled(user):
-                if time.monotonic() > end:
-                    raise Unavailable("the virtual reader did not enroll %s: %s" % (finger, self.log("fprintd.log")))
-                self.send("SCAN " + print_id)
-                time.sleep(0.2)
-            device.EnrollStop()
-        finally:
-            device.Release()
-
     def claimable(self):
-        """True when a client can claim the reader now (nobody holds it)."""
+        """True when another client can claim the reader now (nobody holds it)."""
         device = self.device()
         try:
             device.Claim("")
@@ -221,3 +207,21 @@ class Fixture:
             return False
         device.Release()
         return True
+
+    def calls_by_others(self, method):
+        """How many times a client other than this fixture has called the reader's `method` (the daemon's
+        log names each caller)."""
+        own = self.bus.get_unique_name()
+        pattern = re.compile(r"Authorization granted to (\S+) to call method '%s'" % re.escape(method))
+        with open(os.path.join(self.root, "fprintd.log"), "rb") as f:
+            callers = pattern.findall(f.read().decode("utf-8", "replace"))
+        return sum(1 for caller in callers if caller != own)
+
+    def releases_by_others(self):
+        """How many times another client has released the reader with Release (a client that only leaves
+        the bus is released without one)."""
+        return self.calls_by_others("Release")
+
+    def wait_for_call(self, method, count=1):
+        """Waits until other clients have called `method` `count` times in all."""
+        wait_until("a call of %s" % method, lambda: self.calls_by_others(method) >= count)

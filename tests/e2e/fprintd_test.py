@@ -1,16 +1,19 @@
 #!/usr/bin/env python3
 """End-to-end tests of the fingerprint gate on the fprintd backend: VELQFileEncrypt (VELQ_WINBIO=fprintd,
 scripted UI) against the real fprintd daemon on libfprint's virtual reader, in the private world of
-fprintd_fixture.py.
+fprintd_fixture.py. The owner's finger is enrolled through the engine's own enroll operation
+(bio_enroll_driver, which also drives the event monitor), the reader fed one sample for each stage it asks.
 
-Usage: fprintd_test.py PROGRAM CASE     (CASE: one of the names in CASES; "all" runs every case)
+Usage: fprintd_test.py PROGRAM DRIVER CASE   (CASE: one of the names in CASES; "all" runs every case)
 
 Exit status 0 when the case passes, 1 when it fails, 77 when it cannot run here (the reason is printed).
 """
 import json
 import os
 import pwd
+import select
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -32,11 +35,20 @@ except ImportError as missing:
 E_FAIL_STATUS = 5
 HANG_GUARD = 60
 FINGER = "right-index-finger"
+FINGER_SUB_FACTOR = 2
+OTHER_FINGER_SUB_FACTOR = 7
 PRINT_ID = "finger-1"
+# The engine's results, as bio_enroll_driver prints them.
+DONE = "0x00000000"
+BIO_E_NOT_IDENTIFIED = "0x80040289"
+BIO_E_ENROLL_BUSY = "0x80040288"
+BIO_E_DUPLICATE = "0x8004028d"
 NO_DEVICE = "Failed to open the sensor."
 NOT_ENROLLED = "Please enroll fingerprints."
 DECRYPT_QUESTION = "Do you want to decrypt the protected file?"
 SHOW = {"ui": "wait", "op": "show"}
+# The terminal UI's wait window, shown.
+TTY_WAIT_LINE = "(Ctrl-C: cancel)"
 REFUSED = {"ui": "wait", "op": "image", "id": 505}
 
 
@@ -131,8 +143,105 @@ def user():
     return pwd.getpwuid(os.getuid()).pw_name
 
 
-def enroll(fixture):
-    fixture.enroll(FINGER, PRINT_ID, user())
+class LineReader:
+    """The lines of a process's pipe, each taken as soon as the process has written it whole."""
+
+    def __init__(self, proc, pipe):
+        self.proc = proc
+        self.pipe = pipe
+        self.pending = b""
+        self.lines = []
+
+    def next_line(self):
+        end = time.monotonic() + HANG_GUARD
+        while b"\n" not in self.pending:
+            remaining = end - time.monotonic()
+            if remaining <= 0:
+                self.proc.kill()
+                raise Failure("nothing written after %r" % self.lines)
+            ready, _, _ = select.select([self.pipe], [], [], remaining)
+            if ready:
+                chunk = os.read(self.pipe.fileno(), 4096)
+                if not chunk:
+                    raise Failure("the process ended after %r" % self.lines)
+                self.pending += chunk
+        line, self.pending = self.pending.split(b"\n", 1)
+        self.lines.append(line.decode(errors="replace"))
+        return self.lines[-1]
+
+    def wait_for(self, text):
+        while text not in self.next_line():
+            pass
+
+
+class Driver(LineReader):
+    """bio_enroll_driver in the program's environment, its lines read one by one as it writes them."""
+
+    def __init__(self, path, box, *args):
+        self.err = os.path.join(box.root, "driver.err")
+        with open(self.err, "wb") as err:
+            proc = subprocess.Popen([path] + list(args), env=box.env, stdout=subprocess.PIPE, stderr=err)
+        super().__init__(proc, proc.stdout)
+
+    def next_line(self):
+        try:
+            return super().next_line()
+        except Failure as failure:
+            raise Failure("driver: %s: %s" % (failure, self.stderr()))
+
+    def expect_line(self, wanted):
+        expect("the driver's line after %r" % self.lines, self.next_line(), wanted)
+
+    def stderr(self):
+        with open(self.err, "rb") as f:
+            return f.read().decode(errors="replace")[-2000:]
+
+    def finish(self):
+        """Waits for the end; every line it wrote."""
+        try:
+            self.proc.wait(timeout=HANG_GUARD)
+        except subprocess.TimeoutExpired:
+            self.proc.kill()
+            self.proc.wait()
+            raise Failure("the driver did not end after %r" % self.lines)
+        self.pending += self.proc.stdout.read()
+        self.proc.stdout.close()
+        self.lines += [line.decode() for line in self.pending.splitlines()]
+        self.pending = b""
+        if self.proc.returncode != 0:
+            raise Failure("driver exit status %d after %r: %s" % (self.proc.returncode, self.lines, self.stderr()))
+        return self.lines
+
+
+def stage_asks_for_more(line):
+    """An enroll notification of a sample taken (a stage passed or a capture to retry), not the last."""
+    return line.startswith("enroll result=%s " % DONE) and line.endswith(" done=0")
+
+
+def run_enrollment(driver_path, fixture, box, sub_factor, print_id, scan=True):
+    """The engine's enroll operation of finger position `sub_factor` for the process owner, with one SCAN
+    of `print_id` for each sample it asks (none when `scan` is False); returns the driver's lines."""
+    driver = Driver(driver_path, box, "enroll", str(sub_factor))
+    driver.expect_line("ready")
+    if scan:
+        fixture.send("SCAN " + print_id)
+    while True:
+        line = driver.next_line()
+        if line.startswith("end "):
+            return driver.finish()
+        if scan and stage_asks_for_more(line):
+            fixture.send("SCAN " + print_id)
+
+
+def enroll(driver_path, fixture, box):
+    """Enrolls the owner's test finger through the engine; its stages and end must say so."""
+    lines = run_enrollment(driver_path, fixture, box, FINGER_SUB_FACTOR, PRINT_ID)
+    expect("the enrollment's end", lines[-1], "end result=" + DONE)
+    if not any(line.startswith("enroll result=%s " % DONE) and line.endswith(" done=1") for line in lines):
+        raise Failure("no completed stage among %r" % lines)
+    if not any(stage_asks_for_more(line) for line in lines):
+        raise Failure("the reader asked for no second sample: %r" % lines)
+    expect("enrolled fingers", fixture.enrolled(user()), [FINGER])
 
 
 def expect_passed(box, proc):
@@ -150,25 +259,30 @@ def expect_refused(box, proc, messages):
     return err
 
 
-def expect_released(fixture):
-    """The program left the reader free: another client can claim it at once."""
+def expect_released(fixture, releases_before=None):
+    """The program left the reader free: another client can claim it at once. Given `releases_before`
+    (fixture.releases_by_others() before the run), the program released it itself, with one more Release in
+    the daemon's log: the daemon releases a client that leaves the bus on its own."""
+    if releases_before is not None and fixture.releases_by_others() <= releases_before:
+        raise Failure("the program never released the reader itself")
     if not fixture.claimable():
         raise Failure("the reader is still claimed after the program ended")
 
 
-def case_match(program, fixture, box):
+def case_match(program, driver, fixture, box):
     """The owner's enrolled finger passes the gate and the program reaches its decrypt question."""
-    enroll(fixture)
+    enroll(driver, fixture, box)
+    releases = fixture.releases_by_others()
     proc = box.start(program, "a.txt.lqvz")
     box.wait_for_line(SHOW)
     fixture.send("SCAN " + PRINT_ID)
     expect_passed(box, proc)
-    expect_released(fixture)
+    expect_released(fixture, releases)
 
 
-def case_unknown_then_match(program, fixture, box):
+def case_unknown_then_match(program, driver, fixture, box):
     """An unknown finger shows the refusal picture and the wait goes on; then the owner's passes."""
-    enroll(fixture)
+    enroll(driver, fixture, box)
     proc = box.start(program, "b.txt.lqvz")
     box.wait_for_line(SHOW)
     fixture.send("SCAN stranger")
@@ -177,9 +291,9 @@ def case_unknown_then_match(program, fixture, box):
     expect_passed(box, proc)
 
 
-def case_retries(program, fixture, box):
+def case_retries(program, driver, fixture, box):
     """Each of the reader's four retry results leaves the wait going on; the owner's finger then passes."""
-    enroll(fixture)
+    enroll(driver, fixture, box)
     proc = box.start(program, "c.txt.lqvz")
     box.wait_for_line(SHOW)
     for n in range(4):
@@ -189,32 +303,32 @@ def case_retries(program, fixture, box):
     expect_passed(box, proc)
 
 
-def case_no_device(program, fixture, box):
+def case_no_device(program, driver, fixture, box):
     """No daemon on the bus: no unit, "Failed to open the sensor." and no wait window."""
     fixture.kill_daemon()
     expect_refused(box, box.start(program, "d.txt.lqvz"), [NO_DEVICE])
     expect("wait window", box.lines().count(SHOW), 0)
 
 
-def case_not_enrolled(program, fixture, box):
+def case_not_enrolled(program, driver, fixture, box):
     """A reader but no enrolled finger of the owner: "Please enroll fingerprints."."""
     expect_refused(box, box.start(program, "e.txt.lqvz"), [NOT_ENROLLED])
     expect_released(fixture)
 
 
-def case_polkit_refuses(program, fixture, box):
+def case_polkit_refuses(program, driver, fixture, box):
     """polkit refusing the fprintd actions (a session that is not active and local): the sensor cannot
     be opened, and the log line says why."""
-    enroll(fixture)
+    enroll(driver, fixture, box)
     fixture.polkit_allow([])
     err = expect_refused(box, box.start(program, "f.txt.lqvz"), [NO_DEVICE])
     if "polkit" not in err:
         raise Failure("no line saying that polkit refused: %r" % err)
 
 
-def case_unplugged(program, fixture, box):
+def case_unplugged(program, driver, fixture, box):
     """The reader pulled out during the wait ends the wait as a device error, never as a pass."""
-    enroll(fixture)
+    enroll(driver, fixture, box)
     proc = box.start(program, "g.txt.lqvz")
     box.wait_for_line(SHOW)
     fixture.send("UNPLUG")
@@ -224,9 +338,9 @@ def case_unplugged(program, fixture, box):
         raise Failure("the gate passed without a finger")
 
 
-def case_daemon_killed(program, fixture, box):
+def case_daemon_killed(program, driver, fixture, box):
     """The daemon killed during the wait ends the wait as a device error, never as a pass or a hang."""
-    enroll(fixture)
+    enroll(driver, fixture, box)
     proc = box.start(program, "h.txt.lqvz")
     box.wait_for_line(SHOW)
     fixture.kill_daemon()
@@ -248,36 +362,62 @@ def emit_sleep(fixture, start):
                        dbus_interface=fprintd_fixture.MOCK_IFACE)
 
 
-def case_lock(program, fixture, box):
-    """The session locked ends the wait as the wait window's session code does; the cancelled wait leaves
-    the reader released (another client claims it at once)."""
-    enroll(fixture)
+def case_lock(program, driver, fixture, box):
+    """The session locked ends the wait as the wait window's session code does; the program releases the
+    reader (another client claims it at once)."""
+    enroll(driver, fixture, box)
+    releases = fixture.releases_by_others()
     proc = box.start(program, "i.txt.lqvz")
     box.wait_for_line(SHOW)
     emit_lock(fixture)
     expect_refused(box, proc, [])
-    expect_released(fixture)
+    expect_released(fixture, releases)
 
 
-def case_suspend(program, fixture, box):
-    """The machine going to sleep ends the wait as the wait window's power code does. (Whether the reader
-    is free after the resume is the daemon's own affair: it suspends a claimed reader itself, and after a
-    resume it may keep it open although it answers Release with ClaimDevice; the release on a cancelled
-    wait is proven by case_lock.)"""
-    enroll(fixture)
+def case_suspend(program, driver, fixture, box):
+    """The machine going to sleep ends the wait as the wait window's power code does, and the program
+    releases the reader (after the resume another client claims it at once)."""
+    enroll(driver, fixture, box)
+    releases = fixture.releases_by_others()
     proc = box.start(program, "k.txt.lqvz")
     box.wait_for_line(SHOW)
+    # Asleep only once the program verifies: a claim still on its way is the daemon's to finish.
+    fixture.wait_for_call("VerifyStart")
     emit_sleep(fixture, True)
     box.wait_for_line({"ui": "wait", "op": "close"})
     emit_sleep(fixture, False)
     expect_refused(box, proc, [])
     if 504 in box.pictures():
         raise Failure("a finger was taken during the sleep: %r" % box.pictures())
+    expect_released(fixture, releases)
 
 
-def case_taking_turns(program, fixture, box):
+def case_cancelled_wait(program, driver, fixture, box):
+    """The person cancels the wait, and the program releases the reader: a second client claims it at
+    once. The wait window of the terminal UI is closed with Ctrl-C (SIGINT, as the terminal sends it; the
+    scripted UI closes the window only on the simulated sensor's timeline)."""
+    enroll(driver, fixture, box)
+    releases = fixture.releases_by_others()
+    env = dict(box.env, VELQ_UI="tty")
+    proc = subprocess.Popen([program, box.file("l.txt.lqvz")], env=env, stdin=subprocess.DEVNULL,
+                            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    try:
+        LineReader(proc, proc.stderr).wait_for(TTY_WAIT_LINE)
+        proc.send_signal(signal.SIGINT)
+        out, err = proc.communicate(timeout=HANG_GUARD)
+    finally:
+        if proc.poll() is None:
+            proc.kill()
+            proc.communicate()
+    expect("exit status (stderr %r)" % err.decode(errors="replace"), proc.returncode, E_FAIL_STATUS)
+    if b"?" in out + err:
+        raise Failure("a question after the cancelled wait: %r" % (out + err))
+    expect_released(fixture, releases)
+
+
+def case_taking_turns(program, driver, fixture, box):
     """Two processes: the second one's wait comes after the first one has released the reader."""
-    enroll(fixture)
+    enroll(driver, fixture, box)
     first = box.start(program, "j1.txt.lqvz")
     box.wait_for_line(SHOW)
     second = box.start(program, "j2.txt.lqvz")
@@ -289,6 +429,47 @@ def case_taking_turns(program, fixture, box):
     expect("second exit status (stderr %r)" % err, status, 0)
     ops = [line["op"] for line in box.lines() if line.get("ui") == "wait" and line["op"] in ("show", "close")]
     expect("order of the windows", ops, ["show", "close", "show", "close"])
+
+
+def case_enroll_busy(program, driver, fixture, box):
+    """Another client holds the reader: the enroll operation ends at once with the busy code, asks for no
+    sample and enrolls nothing."""
+    device = fixture.device()
+    device.Claim("")
+    try:
+        lines = run_enrollment(driver, fixture, box, FINGER_SUB_FACTOR, PRINT_ID, scan=False)
+    finally:
+        device.Release()
+    expect("the driver's lines", lines,
+           ["ready", "enroll result=%s feedback=- done=0" % BIO_E_ENROLL_BUSY, "end result=" + BIO_E_ENROLL_BUSY])
+    expect("enrolled fingers", fixture.enrolled(user()), [])
+
+
+def case_enroll_duplicate(program, driver, fixture, box):
+    """On a reader that looks for duplicates (the virtual reader with storage), the enrolled print laid on
+    for another finger ends the enrollment as a duplicate; the finger stays unenrolled and the reader free."""
+    enroll(driver, fixture, box)
+    lines = run_enrollment(driver, fixture, box, OTHER_FINGER_SUB_FACTOR, PRINT_ID)
+    expect("the enrollment's end", lines[-2:],
+           ["enroll result=%s feedback=0 done=0" % BIO_E_DUPLICATE, "end result=" + BIO_E_DUPLICATE])
+    expect("enrolled fingers", fixture.enrolled(user()), [FINGER])
+    expect_released(fixture)
+
+
+def case_event_monitor(program, driver, fixture, box):
+    """The engine's event monitor: an unknown finger is one event that identifies nobody, the owner's
+    finger the next, which ends it; the reader it claimed is free again."""
+    enroll(driver, fixture, box)
+    monitor = Driver(driver, box, "monitor")
+    monitor.expect_line("ready")
+    fixture.send("SCAN stranger")
+    monitor.expect_line("event result=" + BIO_E_NOT_IDENTIFIED)
+    fixture.send("SCAN " + PRINT_ID)
+    monitor.expect_line("event result=" + DONE)
+    lines = monitor.finish()
+    if not lines[-1].startswith("end "):
+        raise Failure("the monitor did not end: %r" % lines)
+    expect_released(fixture)
 
 
 CASES = {
@@ -303,15 +484,21 @@ CASES = {
     "lock": case_lock,
     "suspend": case_suspend,
     "taking_turns": case_taking_turns,
+    "cancelled_wait": case_cancelled_wait,
+    "enroll_busy": case_enroll_busy,
+    "enroll_duplicate": case_enroll_duplicate,
+    "event_monitor": case_event_monitor,
 }
+# The cases on the virtual reader with storage of its own.
+STORAGE_CASES = {"enroll_duplicate"}
 
 
-def run_case(program, name):
+def run_case(program, driver, name):
     try:
-        with fprintd_fixture.Fixture() as fixture:
+        with fprintd_fixture.Fixture(storage=name in STORAGE_CASES) as fixture:
             box = Sandbox(fixture)
             try:
-                CASES[name](program, fixture, box)
+                CASES[name](program, driver, fixture, box)
             finally:
                 box.close()
     except fprintd_fixture.Unavailable as why:
@@ -325,11 +512,11 @@ def run_case(program, name):
 
 
 def main():
-    if len(sys.argv) != 3 or (sys.argv[2] not in CASES and sys.argv[2] != "all"):
+    if len(sys.argv) != 4 or (sys.argv[3] not in CASES and sys.argv[3] != "all"):
         print(__doc__)
         return 2
-    names = list(CASES) if sys.argv[2] == "all" else [sys.argv[2]]
-    results = [run_case(sys.argv[1], name) for name in names]
+    names = list(CASES) if sys.argv[3] == "all" else [sys.argv[3]]
+    results = [run_case(sys.argv[1], sys.argv[2], name) for name in names]
     if 1 in results:
         return 1
     return SKIP if all(r == SKIP for r in results) else 0

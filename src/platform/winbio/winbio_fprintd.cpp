@@ -60,6 +60,9 @@ struct Session {
     bool verifying = false;
     bool enrollBegun = false;
     bool enrolling = false;
+    // The event monitor claimed the reader itself (the session had not locked a unit): unregistering it
+    // releases the reader again.
+    bool monitorClaim = false;
     std::string enrollFinger;
     // A verify result that came while no sample was armed (the daemon goes on verifying after a retry
     // result): the next armed sample gets it, so that a finger laid on at once is not lost.
@@ -126,6 +129,13 @@ public:
                             WINBIO_BIOMETRIC_SUBTYPE** subFactors, SIZE_T* count) override;
     HRESULT registerEventMonitor(WINBIO_SESSION_HANDLE handle, WINBIO_EVENT_TYPE,
                                  PWINBIO_EVENT_CALLBACK callback, void* context) override {
+        if (callback == nullptr) {
+            return E_POINTER;
+        }
+        const HRESULT claimed = claimForMonitor(handle);
+        if (claimed < 0) {
+            return claimed;
+        }
         Pending pending;
         pending.kind = Pending::Kind::Monitor;
         pending.event = callback;
@@ -162,8 +172,10 @@ private:
     }
     HRESULT failure(Call call, const char* method, const CallResult& result);
     HRESULT armVerification(WINBIO_SESSION_HANDLE handle, bool hasCallback, const Pending& pending);
+    HRESULT claimForMonitor(WINBIO_SESSION_HANDLE handle);
     void stopOperation(WINBIO_UNIT_ID unit, bool verifying, bool enrolling);
     HRESULT releaseReader(WINBIO_UNIT_ID unit);
+    void awaitResume();
     bool refusedByPolkit(const std::string& path);
     void requestDelivery();
     void subscribeSignals();
@@ -196,6 +208,8 @@ private:
     std::map<std::uint64_t, Subscriber> m_subscribers;
     std::uint64_t m_nextSubscriber = 1;
     bool m_deliveryQueued = false;
+    // Between logind's PrepareForSleep(true) and (false).
+    bool m_sleeping = false;
     std::recursive_mutex m_subscriberDelivery;
     std::thread m_thread;
 };
@@ -434,6 +448,7 @@ void FprintdBackend::stopOperation(WINBIO_UNIT_ID unit, bool verifying, bool enr
 // daemon handles on its own), so that the reader is not left claimed; bounded by kReleaseAttempts.
 HRESULT FprintdBackend::releaseReader(WINBIO_UNIT_ID unit) {
     constexpr int kReleaseAttempts = 30;
+    awaitResume();
     const std::string path = devicePath(unit);
     CallResult result;
     for (int attempt = 0; attempt < kReleaseAttempts; ++attempt) {
@@ -448,6 +463,19 @@ HRESULT FprintdBackend::releaseReader(WINBIO_UNIT_ID unit) {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
     return failure(Call::Other, "Release", result);
+}
+
+// While the machine prepares for sleep the daemon cannot close the reader: a Release then drops the claim
+// but leaves the reader open, and after the resume nobody can claim it. So a release waits for the resume
+// (bounded; never on the loop thread, which hears it). A frozen process's bound does not run out during
+// the sleep itself: the steady clock stands still meanwhile.
+void FprintdBackend::awaitResume() {
+    constexpr auto kLongestSleepPreparation = std::chrono::seconds(10);
+    if (std::this_thread::get_id() == m_thread.get_id()) {
+        return;
+    }
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_changed.wait_for(lock, kLongestSleepPreparation, [&] { return !m_sleeping; });
 }
 
 // polkit decides per action: a caller that may not verify (a session that is not active and local) cannot
@@ -486,6 +514,7 @@ HRESULT FprintdBackend::closeSession(WINBIO_SESSION_HANDLE handle) {
     const bool verifying = session->verifying;
     const bool enrolling = session->enrolling;
     session->claimedUnit = 0;
+    session->monitorClaim = false;
     session->verifying = false;
     session->enrolling = false;
     lock.unlock();
@@ -545,6 +574,7 @@ HRESULT FprintdBackend::unlockUnit(WINBIO_SESSION_HANDLE handle, WINBIO_UNIT_ID 
     session->verifying = false;
     session->enrolling = false;
     session->enrollBegun = false;
+    session->monitorClaim = false;
     lock.unlock();
     stopOperation(unit, verifying, enrolling);
     return releaseReader(unit);
@@ -771,23 +801,64 @@ HRESULT FprintdBackend::enumEnrollments(WINBIO_SESSION_HANDLE handle, WINBIO_UNI
     return S_OK;
 }
 
+// The framework's event monitor needs no locked unit, but fprintd verifies only for the client that claimed
+// the reader: a session without a claim claims its first unit for the monitor.
+HRESULT FprintdBackend::claimForMonitor(WINBIO_SESSION_HANDLE handle) {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        Session* session = find(handle);
+        if (session == nullptr) {
+            return E_HANDLE;
+        }
+        if (session->claimedUnit != 0 || session->pending.kind != Pending::Kind::None) {
+            return S_OK;
+        }
+    }
+    const WINBIO_UNIT_ID firstUnit = 1;
+    const HRESULT hr = lockUnit(handle, firstUnit);
+    if (hr < 0) {
+        return hr;
+    }
+    std::lock_guard<std::mutex> lock(m_mutex);
+    Session* session = find(handle);
+    if (session != nullptr) {
+        session->monitorClaim = true;
+    }
+    return S_OK;
+}
+
+// Stops the monitor's verification and gives back a claim the monitor made itself, also after a cancel
+// has already ended the monitor.
 HRESULT FprintdBackend::unregisterEventMonitor(WINBIO_SESSION_HANDLE handle) {
     std::unique_lock<std::mutex> lock(m_mutex);
     Session* session = find(handle);
     if (session == nullptr) {
         return E_HANDLE;
     }
-    if (session->pending.kind != Pending::Kind::Monitor) {
+    const bool monitoring = session->pending.kind == Pending::Kind::Monitor;
+    const bool releases =
+        session->monitorClaim && (monitoring || session->pending.kind == Pending::Kind::None);
+    if (!monitoring && !releases) {
         return S_OK;
     }
-    session->pending = Pending{};
-    session->cancelRequested = false;
+    if (monitoring) {
+        session->pending = Pending{};
+        session->cancelRequested = false;
+    }
     const bool verifying = session->verifying;
     session->verifying = false;
+    session->queuedResult.clear();
     const WINBIO_UNIT_ID unit = session->claimedUnit;
+    if (releases) {
+        session->claimedUnit = 0;
+        session->monitorClaim = false;
+    }
     m_changed.notify_all();
     lock.unlock();
     stopOperation(unit, verifying, false);
+    if (releases && unit != 0) {
+        return releaseReader(unit);
+    }
     return S_OK;
 }
 
@@ -843,6 +914,11 @@ void FprintdBackend::onSignal(GDBusConnection*, const gchar*, const gchar* path,
         gboolean start = FALSE;
         if (fprintd::hasType(parameters, "(b)")) {
             g_variant_get(parameters, "(b)", &start);
+            {
+                std::lock_guard<std::mutex> lock(backend->m_mutex);
+                backend->m_sleeping = start != FALSE;
+            }
+            backend->m_changed.notify_all();
             backend->notifySubscribers(WM_POWERBROADCAST, start != FALSE ? kPowerSuspend : kPowerResume);
         }
     } else if (name == "Lock" && !backend->m_loginSessionPath.empty() &&
@@ -950,6 +1026,7 @@ void FprintdBackend::handleDaemonGone() {
         std::lock_guard<std::mutex> lock(m_mutex);
         for (auto& [handle, session] : m_sessions) {
             session.claimedUnit = 0;
+            session.monitorClaim = false;
             session.verifying = false;
             session.enrolling = false;
             session.enrollBegun = false;
