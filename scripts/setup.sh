@@ -12,6 +12,7 @@ packages=(
     clang-format clang-tidy                                        # style and lint
     desktop-file-utils                                             # file-manager entries' tests
     libglib2.0-dev fprintd libfprint-2-2 python3-dbusmock dbus-daemon  # fprintd backend and its tests
+    libgtk-3-dev xvfb xauth xdotool xclip x11-apps netpbm  # GTK desktop backend, its Xvfb tests and screenshots
 )
 # `setup.sh bench` adds the peer tools that bench/peers.py measures VELQ against.
 if [ "${1:-}" = bench ]; then

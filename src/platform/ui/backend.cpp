@@ -6,6 +6,7 @@
 
 #include "plat/ui.h"
 #include "ui/backend_choice.h"
+#include "ui/gtk_backend.h"
 #include "ui/script_backend.h"
 #include "ui/tty_backend.h"
 
@@ -19,10 +20,22 @@ Backend* g_pBackend = nullptr;
 
 std::unique_ptr<Backend> makeBackend() {
     std::string warning;
-    const std::string_view name = chooseBackendName(std::getenv("VELQ_UI"), ::isatty(STDIN_FILENO) == 1,
-                                                    ::isatty(STDERR_FILENO) == 1, warning);
+    const bool stdinIsTerminal = ::isatty(STDIN_FILENO) == 1;
+    const bool stderrIsTerminal = ::isatty(STDERR_FILENO) == 1;
+    std::string_view name = chooseBackendName(
+        std::getenv("VELQ_UI"), stdinIsTerminal, stderrIsTerminal,
+        displayNamed(std::getenv("DISPLAY"), std::getenv("WAYLAND_DISPLAY")), gtkBuiltIn(), warning);
     if (!warning.empty()) {
         std::fprintf(stderr, "%s\n", warning.c_str());
+    }
+    if (name == "gtk") {
+        std::string failure;
+        if (std::unique_ptr<Backend> desktop = makeGtkBackend(failure)) {
+            return desktop;
+        }
+        // As without a display: the terminal rule decides.
+        name = chooseBackendName(nullptr, stdinIsTerminal, stderrIsTerminal, false, false, warning);
+        std::fprintf(stderr, "VELQ_UI: %s; using %s.\n", failure.c_str(), std::string(name).c_str());
     }
     if (name == "tty") {
         return std::make_unique<TtyBackend>("/dev/tty");
@@ -33,14 +46,27 @@ std::unique_ptr<Backend> makeBackend() {
 
 std::string_view chooseBackendName(const char* requested, bool stdinIsTerminal, bool stderrIsTerminal,
                                    std::string& warning) {
+    return chooseBackendName(requested, stdinIsTerminal, stderrIsTerminal, false, false, warning);
+}
+
+bool displayNamed(const char* x11Display, const char* waylandDisplay) {
+    return (x11Display != nullptr && *x11Display != '\0') ||
+           (waylandDisplay != nullptr && *waylandDisplay != '\0');
+}
+
+std::string_view chooseBackendName(const char* requested, bool stdinIsTerminal, bool stderrIsTerminal,
+                                   bool displayAvailable, bool gtkBuilt, std::string& warning) {
     warning.clear();
     const std::string_view fallback = stdinIsTerminal && stderrIsTerminal ? "tty" : "script";
     if (requested == nullptr || *requested == '\0') {
-        return fallback;
+        return gtkBuilt && displayAvailable ? std::string_view("gtk") : fallback;
     }
     const std::string_view asked(requested);
     if (asked == "script" || asked == "tty") {
         return asked == "script" ? std::string_view("script") : std::string_view("tty");
+    }
+    if (asked == "gtk" && gtkBuilt) {
+        return "gtk";
     }
     warning = "VELQ_UI=" + std::string(asked) + " is not available in this build; using " +
               std::string(fallback) + ".";

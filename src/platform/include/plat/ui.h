@@ -1,5 +1,5 @@
 // Interactions with the person: every kind has one interface here and one implementation per UI backend
-// (script for automation and tests, tty for a person at a terminal; the desktop backend comes later).
+// (script for automation and tests, tty for a person at a terminal, gtk for the desktop).
 // The Windows-named calls below (MessageBoxW, LoadCursorW, SetCursor) go through the process's backend.
 #pragma once
 
@@ -177,9 +177,10 @@ public:
     virtual SearchWindowUi& searchWindow() { return silentSearchWindow(); }
 };
 
-// The process's backend, chosen once on first use from VELQ_UI ("script" or "tty"); without it: tty when
-// stdin and stderr are terminals, else script. An unknown name ("gtk" while it is not built in) falls
-// back to that default with a one-line warning on stderr. Thread-safe; the chosen backend lives until the
+// The process's backend, chosen once on first use from VELQ_UI ("script", "tty" or "gtk"); without it:
+// gtk when a display is named and the desktop UI is built in, else tty when stdin and stderr are
+// terminals, else script. An unknown name ("gtk" while it is not built in) falls back to that default
+// with a one-line warning on stderr; so does gtk when the display cannot be opened. Thread-safe; the chosen backend lives until the
 // process ends, so a thread may still ask while the process exits.
 Backend& currentBackend();
 

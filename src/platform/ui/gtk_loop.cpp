@@ -1,0 +1,75 @@
+#include "ui/gtk_loop.h"
+
+#include <cstdlib>
+#include <thread>
+
+#include "plat/language.h"
+
+// Last: GLib defines TRUE and FALSE as macros, which must not reach the declarations of plat/types.h.
+#include <gtk/gtk.h>
+
+namespace plat::ui {
+
+namespace {
+
+std::mutex g_startMutex;
+GtkLoop* g_pLoop = nullptr;  // never destroyed: the UI thread runs until the process ends
+bool g_bTried = false;
+std::string g_szFailure;
+
+gboolean runPosted(gpointer data) {
+    auto* work = static_cast<std::function<void()>*>(data);
+    (*work)();
+    delete work;
+    return G_SOURCE_REMOVE;
+}
+
+// The UI thread loads its texts in the person's language, as every thread of the program that shows
+// windows does.
+void useUserLanguage() {
+    WCHAR name[LOCALE_NAME_MAX_LENGTH + 1] = {};
+    if (LCIDToLocaleName(GetUserDefaultUILanguage(), name, LOCALE_NAME_MAX_LENGTH, 0) > 0) {
+        SetThreadPreferredUILanguages(MUI_LANGUAGE_NAME, name, nullptr);
+    }
+}
+
+void runUiThread(Reply<bool>* opened) {
+    useUserLanguage();
+    if (gtk_init_check(nullptr, nullptr) == FALSE) {
+        opened->set(false);
+        return;
+    }
+    opened->set(true);
+    gtk_main();
+}
+
+}  // namespace
+
+GtkLoop* GtkLoop::instance(std::string& failure) {
+    std::lock_guard<std::mutex> lock(g_startMutex);
+    if (!g_bTried) {
+        g_bTried = true;
+        Reply<bool> opened;
+        std::thread(runUiThread, &opened).detach();
+        if (opened.wait()) {
+            g_pLoop = new GtkLoop();
+        } else {
+            const char* display = std::getenv("DISPLAY");
+            const char* wayland = std::getenv("WAYLAND_DISPLAY");
+            g_szFailure =
+                std::string("cannot open the display ") + (wayland != nullptr && *wayland != '\0' ? wayland
+                                                           : display != nullptr                   ? display
+                                                                                                  : "");
+        }
+    }
+    failure = g_szFailure;
+    return g_pLoop;
+}
+
+void GtkLoop::post(std::function<void()> work) {
+    // The default context belongs to the UI thread's gtk_main(); from another thread this adds an idle
+    // source that runs there.
+    g_main_context_invoke(nullptr, runPosted, new std::function<void()>(std::move(work)));
+}
+
+}  // namespace plat::ui
