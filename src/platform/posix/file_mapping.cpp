@@ -1,6 +1,7 @@
 // Mappings of files: views are private buffers filled by pread and written back by pwrite, which for the
 // crypt engine's sequential block work measured faster than mmap views (bench/mapping_bench.cpp) and
 // turns a failed read, or a file cut short under a view, into the in-page error without a signal handler.
+// The write-back runs behind the caller (posix/write_behind.h), one view at a time.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "files_internal.h"
@@ -22,6 +24,7 @@ namespace {
 
 using detail::MappedView;
 using detail::Mapping;
+using detail::WriteBehind;
 
 constexpr std::size_t kPageSize = 4096;
 
@@ -44,22 +47,6 @@ bool readFully(int fd, unsigned char* buffer, std::size_t length, ULONGLONG offs
             return false;
         }
         done += static_cast<std::size_t>(got);
-    }
-    return true;
-}
-
-bool writeFully(int fd, const unsigned char* buffer, std::size_t length, ULONGLONG offset) {
-    std::size_t done = 0;
-    while (done < length) {
-        const ssize_t put = ::pwrite(fd, buffer + done, length - done, static_cast<off_t>(offset + done));
-        if (put < 0 && errno == EINTR) {
-            continue;
-        }
-        if (put <= 0) {
-            setLastErrorFromErrno(put < 0 ? errno : ENOSPC);
-            return false;
-        }
-        done += static_cast<std::size_t>(put);
     }
     return true;
 }
@@ -113,22 +100,47 @@ ViewBufferPool& viewBuffers() {
     return pool;
 }
 
+// A written view's buffer goes back to the pool of the thread that waited for its write: the one that
+// maps the next view.
+void giveViewBuffer(unsigned char* buffer, std::size_t bytes) {
+    viewBuffers().give(buffer, bytes);
+}
+
 // One view: a page-aligned buffer of the view's bytes.
 class BufferedView : public MappedView {
 public:
-    BufferedView(FileObject* file, unsigned char* buffer, std::size_t length, ULONGLONG offset, bool writable)
-        : m_pFile(file), m_pBuffer(buffer), m_nLength(length), m_nOffset(offset), m_bWritable(writable) {}
-    ~BufferedView() override { viewBuffers().give(m_pBuffer, roundUpToPage(m_nLength)); }
+    BufferedView(FileObject* file, unsigned char* buffer, std::size_t length, ULONGLONG offset, bool writable,
+                 bool lastOfMapping)
+        : m_pFile(file),
+          m_pBuffer(buffer),
+          m_nLength(length),
+          m_nOffset(offset),
+          m_bWritable(writable),
+          m_bLastOfMapping(lastOfMapping) {}
+    ~BufferedView() override {
+        if (m_pBuffer != nullptr) {
+            giveViewBuffer(m_pBuffer, roundUpToPage(m_nLength));
+        }
+    }
 
     void* address() const override { return m_pBuffer; }
     std::size_t regionSize() const override { return roundUpToPage(m_nLength); }
     bool isWritable() const override { return m_bWritable; }
+    // A writable view's bytes are handed to the file's writer, after the view before it is written: a
+    // failure of that one is reported here, one view late. The view that ends the mapping waits for its
+    // own write too, so that the caller's check after its last block sees every failure of the file:
+    // nothing later would report it.
     bool close() override {
         if (!m_bWritable || m_pBuffer == nullptr) {
             return true;
         }
         m_pFile->wroteUpTo(m_nOffset + m_nLength);
-        const bool written = writeFully(m_pFile->fd(), m_pBuffer, m_nLength, m_nOffset);
+        const WriteBehind::Block block{std::exchange(m_pBuffer, nullptr), roundUpToPage(m_nLength), m_nLength,
+                                       m_nOffset};
+        bool written = m_pFile->writeBehind(giveViewBuffer).write(block);
+        if (written && m_bLastOfMapping) {
+            written = m_pFile->finishWrites();
+        }
         if (!written) {
             t_bInPageError = true;
         }
@@ -137,10 +149,11 @@ public:
 
 private:
     FileObject* const m_pFile;  // kept alive by the mapping, which outlives its views
-    unsigned char* const m_pBuffer;
+    unsigned char* m_pBuffer;   // null once handed to the writer
     const std::size_t m_nLength;
     const ULONGLONG m_nOffset;
     const bool m_bWritable;
+    const bool m_bLastOfMapping;
 };
 
 // A mapping of one file. It keeps the file object alive, as a Windows mapping keeps its file open.
@@ -170,10 +183,15 @@ public:
         const std::size_t toRead =
             zeroFrom <= offset ? 0 : static_cast<std::size_t>(std::min<ULONGLONG>(length, zeroFrom - offset));
         std::memset(buffer + toRead, 0, length - toRead);
+        // Bytes to read back must be in the file first; a view beyond them needs no wait.
+        if (toRead > 0 && !m_pFile->finishWrites()) {
+            t_bInPageError = true;
+        }
         if (!readFully(m_pFile->fd(), buffer, toRead, offset)) {
             t_bInPageError = true;
         }
-        return std::make_unique<BufferedView>(m_pFile, buffer, length, offset, writable);
+        return std::make_unique<BufferedView>(m_pFile, buffer, length, offset, writable,
+                                              offset + length == m_nSize);
     }
 
 protected:

@@ -52,6 +52,13 @@ FileObject* fileFromHandle(HANDLE h) {
     return file;
 }
 
+// The file behind a handle, for a call that reads, writes or measures its bytes: view bytes still being
+// written reach the file first, and a failure to write them fails this call (null with the last error).
+FileObject* fileForBytes(HANDLE h) {
+    FileObject* file = fileFromHandle(h);
+    return file != nullptr && file->finishWrites() ? file : nullptr;
+}
+
 // Creates the file exclusively (never through a link), or opens the existing one when the disposition
 // allows it. A file removed between the two tries is created again.
 OpenedFile openOrCreate(const OpenRequest& req) {
@@ -184,7 +191,25 @@ bool seekTo(int fd, LONGLONG distance, DWORD moveMethod, off_t& position) {
 }  // namespace
 
 FileObject::~FileObject() {
+    m_pWriteBehind.reset();  // the last view bytes are written before the descriptor goes
     ::close(m_fd);
+}
+
+detail::WriteBehind& FileObject::writeBehind(detail::WriteBehind::Release releaseBuffer) {
+    std::lock_guard<std::mutex> lock(m_writerMutex);
+    if (m_pWriteBehind == nullptr) {
+        m_pWriteBehind = std::make_unique<detail::WriteBehind>(m_fd, releaseBuffer);
+    }
+    return *m_pWriteBehind;
+}
+
+bool FileObject::finishWrites() {
+    detail::WriteBehind* writer = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(m_writerMutex);
+        writer = m_pWriteBehind.get();
+    }
+    return writer == nullptr || writer->finish();
 }
 
 void FileObject::zeroesFrom(ULONGLONG offset) {
@@ -267,7 +292,7 @@ BOOL ReadFile(HANDLE hFile, void* lpBuffer, DWORD nNumberOfBytesToRead, DWORD* l
     if (lpNumberOfBytesRead != nullptr) {
         *lpNumberOfBytesRead = 0;
     }
-    FileObject* file = fileFromHandle(hFile);
+    FileObject* file = fileForBytes(hFile);
     if (file == nullptr) {
         return FALSE;
     }
@@ -302,7 +327,7 @@ BOOL WriteFile(HANDLE hFile, const void* lpBuffer, DWORD nNumberOfBytesToWrite, 
     if (lpNumberOfBytesWritten != nullptr) {
         *lpNumberOfBytesWritten = 0;
     }
-    FileObject* file = fileFromHandle(hFile);
+    FileObject* file = fileForBytes(hFile);
     if (file == nullptr) {
         return FALSE;
     }
@@ -378,7 +403,7 @@ BOOL SetFilePointerEx(HANDLE hFile, LARGE_INTEGER liDistanceToMove, PLARGE_INTEG
 }
 
 BOOL SetEndOfFile(HANDLE hFile) {
-    FileObject* file = fileFromHandle(hFile);
+    FileObject* file = fileForBytes(hFile);
     if (file == nullptr) {
         return FALSE;
     }
@@ -394,7 +419,7 @@ BOOL SetEndOfFile(HANDLE hFile) {
 }
 
 BOOL GetFileSizeEx(HANDLE hFile, PLARGE_INTEGER lpFileSize) {
-    FileObject* file = fileFromHandle(hFile);
+    FileObject* file = fileForBytes(hFile);
     if (file == nullptr) {
         return FALSE;
     }
@@ -421,7 +446,7 @@ DWORD GetFileSize(HANDLE hFile, DWORD* lpFileSizeHigh) {
 }
 
 BOOL FlushFileBuffers(HANDLE hFile) {
-    FileObject* file = fileFromHandle(hFile);
+    FileObject* file = fileForBytes(hFile);
     if (file == nullptr) {
         return FALSE;
     }

@@ -5,11 +5,14 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 
 #include "plat/files.h"
 #include "plat/handle.h"
+#include "write_behind.h"
 
 namespace plat {
 
@@ -32,12 +35,20 @@ public:
     // Bytes up to `end` may have been written.
     void wroteUpTo(ULONGLONG end);
 
+    // The writer of this file's unmapped views (posix/file_mapping.cpp), made at the first call.
+    detail::WriteBehind& writeBehind(detail::WriteBehind::Release releaseBuffer);
+    // Waits for view bytes still being written, so that what follows sees them in the file. False with the
+    // last error when they could not be written: the failure surfaces at the next call on the file.
+    bool finishWrites();
+
 protected:
     ~FileObject() override;
 
 private:
     const int m_fd;
     std::atomic<ULONGLONG> m_nZeroFrom{kZeroUnknown};
+    std::mutex m_writerMutex;
+    std::unique_ptr<detail::WriteBehind> m_pWriteBehind;  // guarded by m_writerMutex; set once
 };
 
 // Attributes as GetFileAttributesW reports them for a stat result.

@@ -36,6 +36,27 @@ Bytes readAll(const std::string& path) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
+// Writes beyond `bytes` fail (EFBIG) while this lives, in every thread of the process.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) : m_previousHandler(::signal(SIGXFSZ, SIG_IGN)) {
+        ::getrlimit(RLIMIT_FSIZE, &m_original);
+        rlimit limited = m_original;
+        limited.rlim_cur = bytes;
+        ::setrlimit(RLIMIT_FSIZE, &limited);
+    }
+    ~FileSizeLimit() {
+        ::setrlimit(RLIMIT_FSIZE, &m_original);
+        ::signal(SIGXFSZ, m_previousHandler);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit m_original{};
+    void (*m_previousHandler)(int);
+};
+
 class FileMappingTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -197,15 +218,11 @@ TEST_F(FileMappingTest, FailedWriteBackAtUnmapGivesFalseAndTheInPageError) {
     ASSERT_NE(view, nullptr);
     std::memset(view, 0xEE, 65536);
 
-    rlimit original{};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &original), 0);
-    void (*previous)(int) = ::signal(SIGXFSZ, SIG_IGN);
-    rlimit limited = original;
-    limited.rlim_cur = 65536;
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limited), 0);
-    const plat::BOOL unmapped = plat::UnmapViewOfFile(view);
-    ::setrlimit(RLIMIT_FSIZE, &original);
-    ::signal(SIGXFSZ, previous);
+    plat::BOOL unmapped = plat::TRUE;
+    {
+        const FileSizeLimit limit(65536);
+        unmapped = plat::UnmapViewOfFile(view);
+    }
 
     EXPECT_FALSE(unmapped);
     EXPECT_TRUE(plat::TakeInPageError());
@@ -214,6 +231,37 @@ TEST_F(FileMappingTest, FailedWriteBackAtUnmapGivesFalseAndTheInPageError) {
     ASSERT_NE(again, nullptr) << "the mapping itself stays usable";
     EXPECT_EQ(again[0], 0) << "what was refused never reached the file";
     EXPECT_TRUE(plat::UnmapViewOfFile(again));
+}
+
+// Views are written behind their unmap, the last view of a mapping excepted. A refused write of a view in
+// the middle must still reach the caller: at the next unmap, or at the next call on the file.
+TEST_F(FileMappingTest, RefusedWriteOfAMiddleViewSurfacesAtTheNextUnmapOrFileCall) {
+    plat::HANDLE file = open("dest", plat::GENERIC_READ | plat::GENERIC_WRITE, plat::CREATE_ALWAYS);
+    plat::HANDLE mapping = map(file, plat::PAGE_READWRITE, 4 * 65536);
+    ASSERT_NE(mapping, nullptr);
+    const auto fill = [&](std::uint64_t offset, unsigned char value) {
+        void* view = plat::MapViewOfFile(mapping, plat::FILE_MAP_READ | plat::FILE_MAP_WRITE, 0,
+                                         static_cast<plat::DWORD>(offset), 65536);
+        if (view != nullptr) {
+            std::memset(view, value, 65536);
+        }
+        return view;
+    };
+    const FileSizeLimit limit(2 * 65536);
+    ASSERT_TRUE(plat::UnmapViewOfFile(fill(0, 0x11)));
+    EXPECT_TRUE(plat::UnmapViewOfFile(fill(2 * 65536, 0x33))) << "refused behind the caller's back";
+    EXPECT_FALSE(plat::TakeInPageError());
+    plat::UnmapViewOfFile(fill(65536, 0x22));
+    EXPECT_TRUE(plat::TakeInPageError())
+        << "the refusal is reported with the next view, as the block's fault";
+
+    ASSERT_TRUE(plat::UnmapViewOfFile(fill(2 * 65536, 0x33)));
+    plat::DWORD read = 0;
+    unsigned char first = 0;
+    EXPECT_FALSE(plat::ReadFile(file, &first, 1, &read, nullptr)) << "the file's next call reports it";
+    EXPECT_FALSE(plat::TakeInPageError());
+    EXPECT_TRUE(plat::ReadFile(file, &first, 1, &read, nullptr)) << "once";
+    EXPECT_EQ(first, 0x11) << "written before the refusal";
 }
 
 TEST_F(FileMappingTest, ReservationBeyondAnyMediumFailsWithDiskFullAndLeavesTheFileAlone) {

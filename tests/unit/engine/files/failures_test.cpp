@@ -184,9 +184,10 @@ TEST_F(FilesTest, SourceHeldByAnotherProcessGivesThirtyTwo) {
 // mounts a small tmpfs, over the files' folder or over the temporary folder's parent.
 class FullDisk : public FilesTest {
 protected:
-    // Runs the encryption of a big source of 10 MiB in a child whose `mountPoint` is a tmpfs; the child
-    // reports the result, or 200 when it may not mount.
-    int encryptOnSmallDisk(const std::string& mountPoint, const char* options) {
+    // Runs `work` in a child whose `mountPoint` is a tmpfs of `options`; gives what `work` gave, 200 when
+    // the child may not mount, 201 when its report did not arrive.
+    template <typename Work>
+    int onSmallDisk(const std::string& mountPoint, const char* options, Work work) {
         int report[2];
         if (::pipe(report) != 0) {
             return 201;
@@ -197,13 +198,7 @@ protected:
             if (::unshare(CLONE_NEWNS) == 0 &&
                 ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
                 ::mount("velq-full", mountPoint.c_str(), "tmpfs", 0, options) == 0) {
-                writeAll(path("big"), patternBytes(10485760));
-                nResult = encrypt(path("big"));
-                const bool bSourceKept = readAll(path("big")) == patternBytes(10485760);
-                const bool bNothingElse = files() == Names{"big"} && tempFiles().empty();
-                if (!bSourceKept || !bNothingElse) {
-                    nResult = 202;
-                }
+                nResult = work();
             }
             (void)!::write(report[1], &nResult, sizeof nResult);
             ::_exit(0);
@@ -217,6 +212,18 @@ protected:
         ::close(report[0]);
         ::close(report[1]);
         return nResult;
+    }
+
+    // The encryption of a big source of 10 MiB on a small disk at `mountPoint`: its result, or 202 when
+    // the source changed or other files stayed.
+    int encryptOnSmallDisk(const std::string& mountPoint, const char* options) {
+        return onSmallDisk(mountPoint, options, [this] {
+            writeAll(path("big"), patternBytes(10485760));
+            const int nResult = encrypt(path("big"));
+            const bool bSourceKept = readAll(path("big")) == patternBytes(10485760);
+            const bool bNothingElse = files() == Names{"big"} && tempFiles().empty();
+            return bSourceKept && bNothingElse ? nResult : 202;
+        });
     }
 };
 
@@ -234,6 +241,26 @@ TEST_F(FullDisk, InTheTemporaryFolderFailsTheProofAndKeepsTheSource) {
         GTEST_SKIP() << "no permission to mount a tmpfs in a mount namespace of our own";
     }
     EXPECT_EQ(nResult, static_cast<int>(plat::ERROR_DISK_FULL)) << "202: the source or other files changed";
+}
+
+TEST_F(FullDisk, DecryptionOfABigFileGivesOneHundredTwelveAndKeepsTheEncryptedFile) {
+    writeAll(path("big"), patternBytes(10485760));
+    ASSERT_EQ(encrypt(path("big")), CRYPT_S_OK);
+    const Bytes encrypted = readAll(path("big.lqvz"));
+    std::filesystem::remove(path("big.lqvz"));
+    // Room for the encrypted file, not for its plain copy beside it.
+    const int nResult = onSmallDisk(m_folder, "size=12m", [&] {
+        writeAll(path("big.lqvz"), encrypted);
+        const int nDecrypted = decrypt(path("big.lqvz"));
+        const bool bKept = readAll(path("big.lqvz")) == encrypted;
+        const bool bNothingElse = files() == Names{"big.lqvz"} && tempFiles().empty();
+        return bKept && bNothingElse ? nDecrypted : 202;
+    });
+    if (nResult == 200) {
+        GTEST_SKIP() << "no permission to mount a tmpfs in a mount namespace of our own";
+    }
+    EXPECT_EQ(nResult, static_cast<int>(plat::ERROR_DISK_FULL))
+        << "202: the encrypted file changed or a file stayed";
 }
 
 }  // namespace
