@@ -7,6 +7,7 @@ set -euo pipefail
 packages=(
     build-essential g++ cmake ninja-build pkg-config python3      # build
     libssl-dev zlib1g-dev                                          # cipher, key derivation
+    libisal-dev                                                    # the data's CRC-32 (else zlib's)
     libgtest-dev libgmock-dev googletest libbenchmark-dev          # tests and benchmarks
     clang libclang-rt-14-dev                                       # fuzzing (libFuzzer)
     clang-format clang-tidy                                        # style and lint
