@@ -1,0 +1,98 @@
+// Process, environment, folders, time, the debugger output, the system's information, the foreground
+// window and GDI+: the API's own calls.
+#include "plat/system.h"
+#include "plat/foreground.h"
+#include "plat/sysinfo.h"
+#include "wide.h"
+// After wide.h: the shell's folder call needs <windows.h> first.
+#include <shlobj.h>
+
+// GDI+'s flat start-up calls (gdiplus.dll), declared here rather than through <gdiplus.h>, whose C++
+// classes need the min/max macros that every other unit here turns off. The records passed are the
+// layer's, which have the documented layout.
+extern "C" __declspec(dllimport) int __stdcall GdiplusStartup(std::uintptr_t* token, const void* input,
+                                                              void* output);
+extern "C" __declspec(dllimport) void __stdcall GdiplusShutdown(std::uintptr_t token);
+
+namespace plat {
+
+using win32::wide;
+
+namespace {
+
+const ::SYSTEMTIME* nativeTime(const SYSTEMTIME* time) {
+    return reinterpret_cast<const ::SYSTEMTIME*>(time);
+}
+
+}  // namespace
+
+DWORD GetModuleFileNameW(HMODULE hModule, LPWSTR lpFilename, DWORD nSize) {
+    return ::GetModuleFileNameW(reinterpret_cast<::HMODULE>(hModule), wide(lpFilename), nSize);
+}
+
+DWORD ExpandEnvironmentStringsW(LPCWSTR lpSrc, LPWSTR lpDst, DWORD nSize) {
+    return ::ExpandEnvironmentStringsW(wide(lpSrc), wide(lpDst), nSize);
+}
+
+int SHCreateDirectoryExW(HWND hwnd, LPCWSTR pszPath, const void* psa) {
+    return ::SHCreateDirectoryExW(win32::native(hwnd), wide(pszPath),
+                                  static_cast<const ::SECURITY_ATTRIBUTES*>(psa));
+}
+
+void OutputDebugStringW(LPCWSTR lpOutputString) {
+    if (lpOutputString != nullptr) {
+        ::OutputDebugStringW(wide(lpOutputString));
+    }
+}
+
+void GetLocalTime(SYSTEMTIME* lpSystemTime) {
+    ::GetLocalTime(reinterpret_cast<::SYSTEMTIME*>(lpSystemTime));
+}
+
+DWORD GetTickCount() {
+    return ::GetTickCount();
+}
+
+int GetDateFormatW(LCID Locale, DWORD dwFlags, const SYSTEMTIME* lpDate, LPCWSTR lpFormat, LPWSTR lpDateStr,
+                   int cchDate) {
+    return ::GetDateFormatW(Locale, dwFlags, nativeTime(lpDate), wide(lpFormat), wide(lpDateStr), cchDate);
+}
+
+int GetTimeFormatW(LCID Locale, DWORD dwFlags, const SYSTEMTIME* lpTime, LPCWSTR lpFormat, LPWSTR lpTimeStr,
+                   int cchTime) {
+    return ::GetTimeFormatW(Locale, dwFlags, nativeTime(lpTime), wide(lpFormat), wide(lpTimeStr), cchTime);
+}
+
+// The record's first field differs from the API's (a processor architecture union there), so it is
+// copied field by field. The granularity is the system's, 65536 on every Windows.
+void GetSystemInfo(LPSYSTEM_INFO lpSystemInfo) {
+    if (lpSystemInfo == nullptr) {
+        return;
+    }
+    ::SYSTEM_INFO info{};
+    ::GetSystemInfo(&info);
+    lpSystemInfo->dwPageSize = info.dwPageSize;
+    lpSystemInfo->lpMinimumApplicationAddress = info.lpMinimumApplicationAddress;
+    lpSystemInfo->lpMaximumApplicationAddress = info.lpMaximumApplicationAddress;
+    lpSystemInfo->dwActiveProcessorMask = info.dwActiveProcessorMask;
+    lpSystemInfo->dwNumberOfProcessors = info.dwNumberOfProcessors;
+    lpSystemInfo->dwProcessorType = info.dwProcessorType;
+    lpSystemInfo->dwAllocationGranularity = info.dwAllocationGranularity;
+    lpSystemInfo->wProcessorLevel = info.wProcessorLevel;
+    lpSystemInfo->wProcessorRevision = info.wProcessorRevision;
+}
+
+HWND GetForegroundWindow() {
+    return win32::fromNative(::GetForegroundWindow());
+}
+
+GpStatus GdiplusStartup(std::uintptr_t* token, const GdiplusStartupInput* input,
+                        GdiplusStartupOutput* output) {
+    return static_cast<GpStatus>(::GdiplusStartup(token, input, output));
+}
+
+void GdiplusShutdown(std::uintptr_t token) {
+    ::GdiplusShutdown(token);
+}
+
+}  // namespace plat

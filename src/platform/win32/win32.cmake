@@ -1,0 +1,27 @@
+# The platform layer of the Windows program: the plat:: calls forward to the Windows API (win32/), and
+# nothing of the POSIX emulation (posix/) is built. Included by src/platform/CMakeLists.txt for WIN32.
+target_sources(velq_platform PRIVATE
+    win32/type_checks.cpp win32/basics.cpp win32/files.cpp win32/sync.cpp win32/mapping.cpp
+    win32/threads.cpp win32/messages.cpp win32/windows.cpp win32/system.cpp win32/profile.cpp
+    win32/language.cpp win32/security.cpp win32/shell.cpp win32/clipboard.cpp)
+target_link_libraries(velq_platform PUBLIC shlwapi shell32 user32 advapi32 gdiplus)
+# Windows 10 API level: the thread's preferred UI languages and LocaleNameToLCID.
+target_compile_definitions(velq_platform PRIVATE _WIN32_WINNT=0x0A00 WINVER=0x0A00)
+
+# LoadStringW keeps reading the generated string table (velq_strings, src/ui) rather than a resource
+# script: posix/resources.cpp is that table's reader and makes no system call. When the program gets its
+# .rc, LoadStringW becomes a forward like the others.
+target_sources(velq_platform PRIVATE posix/resources.cpp)
+target_link_libraries(velq_platform PRIVATE $<TARGET_NAME_IF_EXISTS:velq_strings>)
+
+# format16 stays the layer's own formatter (posix/format.cpp, no system call in it) rather than the C
+# runtime's _vsnwprintf: the debug log's lines are then the same bytes on every system, %n stays refused,
+# and msvcrt lacks the hh, z, j and t sizes and writes exponents with three digits.
+target_sources(velq_platform PRIVATE posix/format.cpp)
+
+# WinBio: the simulated sensor and the empty backend (the winbio.dll loader is winbio/winbio_win32.cpp,
+# still to come); there is no fprintd on Windows.
+target_sources(velq_platform PRIVATE winbio/backend.cpp winbio/winbio_none.cpp winbio/sim_script.cpp
+    $<IF:$<BOOL:${VELQ_WITH_SIM_SENSOR}>,winbio/winbio_sim.cpp,winbio/winbio_sim_missing.cpp>
+    winbio/winbio_fprintd_missing.cpp)
+target_include_directories(velq_platform PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>)
