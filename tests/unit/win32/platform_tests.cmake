@@ -1,6 +1,7 @@
 # The platform tests of the Windows program: the shared tests whose cases describe Windows behaviour, run
 # against the real API (under wine64 in a 64-bit tree), and this folder's tests of the Win32 forwards.
-# Included by tests/unit/CMakeLists.txt for WIN32 in place of the platform folder's glob.
+# Included by tests/unit/CMakeLists.txt for WIN32 in place of the platform folder's glob (and by this
+# folder's CMakeLists.txt, for a Windows tree that adds only the parts that build there).
 #
 # Left out whole, because they test only the POSIX emulation or the UI backends, which the Windows
 # program does not build yet: errorlist_dialog, progress_object, recording_kinds, ui_* (script, tty,
@@ -11,9 +12,10 @@
 # system build their fixtures with POSIX calls (mkdtemp, symlink, setenv, mount); win32/ holds the
 # Windows tests of those calls.
 set(velq_win32_shared_tests sync threads messages windows format)
+get_filename_component(velq_unit_dir ${CMAKE_CURRENT_LIST_DIR} DIRECTORY)
 set(velq_win32_test_sources)
 foreach(name IN LISTS velq_win32_shared_tests)
-    list(APPEND velq_win32_test_sources ${CMAKE_CURRENT_SOURCE_DIR}/platform/${name}_test.cpp)
+    list(APPEND velq_win32_test_sources ${velq_unit_dir}/platform/${name}_test.cpp)
 endforeach()
 # Cases left out, because the Windows API does what the POSIX model simplifies (the model's promise is
 # what the core relies on; these cases pin down more):
@@ -26,11 +28,16 @@ endforeach()
 # - WaitFailures.*, WaitPolling.*: objects of the POSIX model's own (KernelObject, Waitable).
 set(velq_win32_excluded_cases "-WindowCreation.ProcedureSees*:WindowCreation.ClassesAre*:WindowDestruction.SendsDestroy*:WindowData.FindWindow*:ThreadPosts.PostsToEnded*:PeekMessage.RangeFilter*:WaitFailures.*:WaitPolling.*")
 
-file(GLOB velq_win32_own_tests CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/win32/*.cpp)
+file(GLOB velq_win32_own_tests CONFIGURE_DEPENDS ${velq_unit_dir}/win32/*.cpp)
 
 add_executable(velq_platform_tests ${velq_win32_test_sources} ${velq_win32_own_tests})
-target_include_directories(velq_platform_tests PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+target_include_directories(velq_platform_tests PRIVATE ${velq_unit_dir})
 target_link_libraries(velq_platform_tests PRIVATE velq_platform GTest::gtest GTest::gtest_main GTest::gmock
     velq_warnings)
+# Windows need a window driver: under Wine without a display, the prefix's null driver.
+if(CMAKE_CROSSCOMPILING_EMULATOR)
+    set_target_properties(velq_platform_tests PROPERTIES CROSSCOMPILING_EMULATOR
+        "${velq_unit_dir}/win32/wine-null-graphics.sh;${CMAKE_CROSSCOMPILING_EMULATOR}")
+endif()
 gtest_discover_tests(velq_platform_tests DISCOVERY_TIMEOUT 120 PROPERTIES LABELS platform
     TEST_FILTER "${velq_win32_excluded_cases}")
