@@ -13,6 +13,7 @@ packages=(
     clang-format clang-tidy                                        # style and lint
     desktop-file-utils                                             # file-manager entries' tests
     libglib2.0-dev fprintd libfprint-2-2 python3-dbusmock dbus-daemon  # fprintd backend and its tests
+    g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix libz-mingw-w64-dev libgcrypt-mingw-w64-dev libgcrypt20-dev wine wine64 nsis  # Windows builds (scripts/test-windows.sh), their tests under Wine, the installer; libgcrypt on Linux too
     libgtk-3-dev xvfb xauth xdotool xclip x11-apps netpbm  # GTK desktop backend, its Xvfb tests and screenshots
 )
 # `setup.sh bench` adds the peer tools that bench/peers.py measures VELQ against.

@@ -1,9 +1,8 @@
 #include "common/KeyFileFormat.h"
 
-#include <openssl/crypto.h>
-#include <openssl/sha.h>
-
 #include <cstring>
+
+#include "common/crypto/Crypto.h"
 
 using plat::HRESULT;
 
@@ -130,7 +129,7 @@ std::vector<unsigned char> encodeFile(const Fields& fields) {
     std::vector<unsigned char> out = encodeBody(fields);
     putArray(out, fields.mac);
     unsigned char digest[kDigestBytes] = {};
-    if (SHA256(out.data(), out.size(), digest) == nullptr) {
+    if (!velqcrypto::sha256(out.data(), out.size(), digest)) {
         return {};
     }
     putBytes(out, digest, sizeof(digest));
@@ -168,8 +167,8 @@ HRESULT parseFile(const unsigned char* data, std::size_t size, Fields& fields) {
     reader.array(fields.mac);
     unsigned char digest[kDigestBytes] = {};
     const std::size_t covered = size - kDigestBytes;
-    if (SHA256(data, covered, digest) == nullptr ||
-        CRYPTO_memcmp(digest, data + covered, kDigestBytes) != 0) {
+    if (!velqcrypto::sha256(data, covered, digest) ||
+        !velqcrypto::equalConstantTime(digest, data + covered, kDigestBytes)) {
         return E_DAMAGED_FILE;
     }
     return plat::S_OK;

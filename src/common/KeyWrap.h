@@ -1,6 +1,6 @@
-// The cryptography of key files, over OpenSSL: key derivation (scrypt for a password, HKDF for the
-// machine secret and for values taken from the key), wrapping of the key in a slot (AES-256-GCM), and
-// the file MAC (HMAC-SHA-256). Each call wipes its own intermediate secrets.
+// The cryptography of key files, over the crypto seam (common/crypto/Crypto.h): key derivation (scrypt for a
+// password, HKDF for the machine secret and for values taken from the key), wrapping of the key in a slot
+// (AES-256-GCM), and the file MAC (HMAC-SHA-256). Each call wipes its own intermediate secrets.
 #pragma once
 
 #include <cstddef>

@@ -1,13 +1,13 @@
 #include "common/SecureFile.h"
 
 #include <fcntl.h>
-#include <openssl/rand.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 
+#include "common/crypto/Crypto.h"
 #include "plat/errors.h"
 
 using plat::HRESULT;
@@ -30,7 +30,7 @@ std::string folderOf(const std::string& path) {
 // A temp name that no other writer picks: the target's name with a random suffix.
 std::string tempNameFor(const std::string& path) {
     unsigned char random[8] = {};
-    if (RAND_bytes(random, sizeof(random)) != 1) {
+    if (!velqcrypto::randomBytes(random, sizeof(random))) {
         return {};
     }
     std::string name = path + ".tmp-";

@@ -1,9 +1,5 @@
 #include "common/StreamCipher.h"
 
-#include <openssl/crypto.h>
-#include <openssl/evp.h>
-#include <openssl/rand.h>
-
 #include <cstring>
 
 using plat::E_FAIL;
@@ -24,14 +20,12 @@ bool isTaggedFinalLength(ULONG length) {
 }  // namespace
 
 VELQStreamCipher::VELQStreamCipher(const unsigned char (&key)[kKeyBytes])
-    : m_key{}, m_pCtx(EVP_CIPHER_CTX_new()), m_run(Run::None), m_nRunBytes(0) {
+    : m_key{}, m_gcm(), m_run(Run::None), m_nRunBytes(0) {
     std::memcpy(m_key, key, kKeyBytes);
 }
 
 VELQStreamCipher::~VELQStreamCipher() {
-    OPENSSL_cleanse(m_key, sizeof(m_key));
-    EVP_CIPHER_CTX_free(m_pCtx);  // cleanses the expanded key schedule too
-    m_pCtx = nullptr;
+    velqcrypto::wipe(m_key, sizeof(m_key));  // m_gcm wipes the expanded key schedule itself
 }
 
 HRESULT VELQStreamCipher::encrypt(unsigned char* data, ULONG length, int final) {
@@ -43,9 +37,7 @@ HRESULT VELQStreamCipher::decrypt(unsigned char* data, ULONG length, int final) 
 }
 
 void VELQStreamCipher::endRun() {
-    if (m_run != Run::None && m_pCtx != nullptr) {
-        EVP_CIPHER_CTX_reset(m_pCtx);
-    }
+    // The next run starts the cipher afresh; what the abandoned one held is overwritten then.
     m_run = Run::None;
     m_nRunBytes = 0;
 }
@@ -56,7 +48,7 @@ HRESULT VELQStreamCipher::_fail(HRESULT result) {
 }
 
 HRESULT VELQStreamCipher::_transform(Run direction, unsigned char* data, ULONG length, int final) {
-    if (m_pCtx == nullptr) {
+    if (!m_gcm.isReady()) {
         return E_FAIL;
     }
     if (data == nullptr) {
@@ -83,13 +75,12 @@ HRESULT VELQStreamCipher::_transform(Run direction, unsigned char* data, ULONG l
 
 HRESULT VELQStreamCipher::_openRun(Run direction, unsigned char* header) {
     unsigned char* nonce = header + kHeaderFieldsBytes;
-    if (direction == Run::Encrypt && RAND_bytes(nonce, static_cast<int>(kNonceBytes)) != 1) {
+    if (direction == Run::Encrypt && !velqcrypto::randomBytes(nonce, kNonceBytes)) {
         return _fail(E_FAIL);
     }
-    const int ok = direction == Run::Encrypt
-                       ? EVP_EncryptInit_ex(m_pCtx, EVP_aes_256_gcm(), nullptr, m_key, nonce)
-                       : EVP_DecryptInit_ex(m_pCtx, EVP_aes_256_gcm(), nullptr, m_key, nonce);
-    if (ok != 1) {
+    const auto gcmDirection = direction == Run::Encrypt ? velqcrypto::AesGcm::Direction::Encrypt
+                                                        : velqcrypto::AesGcm::Direction::Decrypt;
+    if (!m_gcm.start(gcmDirection, m_key, nonce)) {
         return _fail(E_FAIL);
     }
     m_run = direction;
@@ -104,12 +95,7 @@ HRESULT VELQStreamCipher::_openRun(Run direction, unsigned char* header) {
 }
 
 HRESULT VELQStreamCipher::_update(unsigned char* data, ULONG length) {
-    int produced = 0;
-    const int ok = m_run == Run::Encrypt
-                       ? EVP_EncryptUpdate(m_pCtx, data, &produced, data, static_cast<int>(length))
-                       : EVP_DecryptUpdate(m_pCtx, data, &produced, data, static_cast<int>(length));
-    // GCM is a stream mode: OpenSSL gives every byte back at once.
-    if (ok != 1 || produced != static_cast<int>(length)) {
+    if (!m_gcm.update(data, data, length)) {
         return _fail(E_FAIL);
     }
     m_nRunBytes += length;
@@ -128,15 +114,16 @@ HRESULT VELQStreamCipher::_finish(Run direction, unsigned char* data, ULONG leng
         return E_FAIL;
     }
     HRESULT result = S_OK;
-    int produced = 0;
+    unsigned char tagCopy[kTagBytes];
     if (direction == Run::Encrypt) {
-        if (EVP_EncryptFinal_ex(m_pCtx, tag, &produced) != 1 ||
-            EVP_CIPHER_CTX_ctrl(m_pCtx, EVP_CTRL_GCM_GET_TAG, static_cast<int>(kTagBytes), tag) != 1) {
+        if (m_gcm.finishEncrypt(tagCopy)) {
+            std::memcpy(tag, tagCopy, kTagBytes);
+        } else {
             result = E_FAIL;
         }
     } else if (tagged) {
-        if (EVP_CIPHER_CTX_ctrl(m_pCtx, EVP_CTRL_GCM_SET_TAG, static_cast<int>(kTagBytes), tag) != 1 ||
-            EVP_DecryptFinal_ex(m_pCtx, tag, &produced) != 1) {
+        std::memcpy(tagCopy, tag, kTagBytes);
+        if (!m_gcm.finishDecrypt(tagCopy)) {
             result = E_AUTHENTICATION;
         }
         std::memset(tag, 0, kTagBytes);

@@ -18,9 +18,8 @@
 
 #include <cstdint>
 
+#include "common/crypto/Crypto.h"
 #include "plat/types.h"
-
-typedef struct evp_cipher_ctx_st EVP_CIPHER_CTX;
 
 class VELQStreamCipher {
 public:
@@ -43,7 +42,7 @@ public:
     VELQStreamCipher& operator=(const VELQStreamCipher&) = delete;
 
     // False when the cipher context could not be made; every call then fails with E_FAIL.
-    bool isReady() const { return m_pCtx != nullptr; }
+    bool isReady() const { return m_gcm.isReady(); }
 
     plat::HRESULT encrypt(unsigned char* data, plat::ULONG length, int final);
     plat::HRESULT decrypt(unsigned char* data, plat::ULONG length, int final);
@@ -61,7 +60,7 @@ private:
     plat::HRESULT _fail(plat::HRESULT result);
 
     unsigned char m_key[kKeyBytes];
-    EVP_CIPHER_CTX* m_pCtx;
+    velqcrypto::AesGcm m_gcm;
     Run m_run;
     std::uint64_t m_nRunBytes;
 };

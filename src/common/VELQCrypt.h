@@ -4,7 +4,8 @@
 //
 // Results are HRESULTs in a `long`: 0 on success; E_INVALIDARG (0x80070057) for a call that breaks the
 // call pattern (the open run ends); 0x800700DF for a run beyond the size limit; 0x80090005 when the final
-// decryptStream finds a tag that does not match (changed data or another key); E_FAIL when OpenSSL fails.
+// decryptStream finds a tag that does not match (changed data or another key); E_FAIL when the crypto library
+// fails.
 #pragma once
 
 #include "common/StreamCipher.h"

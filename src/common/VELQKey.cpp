@@ -1,7 +1,5 @@
 #include "common/VELQKey.h"
 
-#include <openssl/crypto.h>
-#include <openssl/rand.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -11,6 +9,7 @@
 #include "common/KeyWrap.h"
 #include "common/SecureFile.h"
 #include "common/VELQUserDirectory.h"
+#include "common/crypto/Crypto.h"
 #include "diag/DbgLog.h"
 #include "plat/strings.h"
 
@@ -28,7 +27,7 @@ constexpr std::string_view kLocalSlotLabel = "VELQ key file v1: local slot: ";
 struct Secret {
     unsigned char bytes[kSecretBytes] = {};
     Secret() = default;
-    ~Secret() { OPENSSL_cleanse(bytes, sizeof(bytes)); }
+    ~Secret() { velqcrypto::wipe(bytes, sizeof(bytes)); }
     Secret(const Secret&) = delete;
     Secret& operator=(const Secret&) = delete;
 };
@@ -50,7 +49,7 @@ HRESULT readMachineSecret(Secret& secret, bool create) {
         Secret fresh;
         result = velqfile::makePrivateFolder(path.substr(0, path.find_last_of('/')));
         if (plat::SUCCEEDED(result)) {
-            result = RAND_priv_bytes(fresh.bytes, sizeof(fresh.bytes)) == 1
+            result = velqcrypto::secretRandomBytes(fresh.bytes, sizeof(fresh.bytes))
                          ? velqfile::createFileExclusively(path, fresh.bytes, sizeof(fresh.bytes))
                          : plat::E_FAIL;
         }
@@ -65,7 +64,7 @@ HRESULT readMachineSecret(Secret& secret, bool create) {
     if (plat::SUCCEEDED(result)) {
         std::memcpy(secret.bytes, content.data(), kSecretBytes);
     }
-    OPENSSL_cleanse(content.data(), content.size());
+    velqcrypto::wipe(content.data(), content.size());
     return result;
 }
 
@@ -76,7 +75,7 @@ bool deriveLocalKek(const Secret& secret, std::string_view passPhrase, const Slo
     info += passPhrase;
     const bool ok = velqkeywrap::hkdf(secret.bytes, sizeof(secret.bytes), slot.salt.data(), slot.salt.size(),
                                       info, kek, sizeof(kek));
-    OPENSSL_cleanse(info.data(), info.size());
+    velqcrypto::wipe(info.data(), info.size());
     return ok;
 }
 
@@ -103,7 +102,7 @@ HRESULT sealPasswordSlot(Fields& fields, std::string_view passPhrase,
                          const unsigned char (&key)[VELQKey::kKeyBytes]) {
     Secret kek;
     const bool ok =
-        RAND_bytes(fields.passwordSlot.salt.data(), static_cast<int>(fields.passwordSlot.salt.size())) == 1 &&
+        velqcrypto::randomBytes(fields.passwordSlot.salt.data(), fields.passwordSlot.salt.size()) &&
         velqkeywrap::derivePasswordKek(passPhrase, fields.scrypt, fields.passwordSlot.salt.data(),
                                        kek.bytes) &&
         velqkeywrap::sealKey(kek.bytes, velqkeyfile::passwordSlotAad(fields), key, fields.passwordSlot);
@@ -118,10 +117,9 @@ HRESULT sealLocalSlot(Fields& fields, const unsigned char (&key)[VELQKey::kKeyBy
     }
     const std::string passPhrase = plat::toUtf8(kVELQRootKeyPassPhrase);
     Secret kek;
-    const bool ok =
-        RAND_bytes(fields.localSlot.salt.data(), static_cast<int>(fields.localSlot.salt.size())) == 1 &&
-        deriveLocalKek(secret, passPhrase, fields.localSlot, kek.bytes) &&
-        velqkeywrap::sealKey(kek.bytes, velqkeyfile::localSlotAad(fields), key, fields.localSlot);
+    const bool ok = velqcrypto::randomBytes(fields.localSlot.salt.data(), fields.localSlot.salt.size()) &&
+                    deriveLocalKek(secret, passPhrase, fields.localSlot, kek.bytes) &&
+                    velqkeywrap::sealKey(kek.bytes, velqkeyfile::localSlotAad(fields), key, fields.localSlot);
     return ok ? S_OK : plat::E_FAIL;
 }
 
@@ -129,7 +127,7 @@ HRESULT sealLocalSlot(Fields& fields, const unsigned char (&key)[VELQKey::kKeyBy
 struct Utf8Secret {
     std::string text;
     explicit Utf8Secret(const std::u16string& source) : text(plat::toUtf8(source)) {}
-    ~Utf8Secret() { OPENSSL_cleanse(text.data(), text.size()); }
+    ~Utf8Secret() { velqcrypto::wipe(text.data(), text.size()); }
     Utf8Secret(const Utf8Secret&) = delete;
     Utf8Secret& operator=(const Utf8Secret&) = delete;
 };
@@ -143,9 +141,9 @@ HRESULT openFile(const Fields& fields, const std::vector<unsigned char>& body,
     std::array<unsigned char, velqkeyfile::kKeyIdBytes> id{};
     std::array<unsigned char, velqkeyfile::kMacBytes> mac{};
     if (!velqkeywrap::keyId(key, id) || !velqkeywrap::fileMac(key, body, mac) ||
-        CRYPTO_memcmp(id.data(), fields.keyId.data(), id.size()) != 0 ||
-        CRYPTO_memcmp(mac.data(), fields.mac.data(), mac.size()) != 0) {
-        OPENSSL_cleanse(key, sizeof(key));
+        !velqcrypto::equalConstantTime(id.data(), fields.keyId.data(), id.size()) ||
+        !velqcrypto::equalConstantTime(mac.data(), fields.mac.data(), mac.size())) {
+        velqcrypto::wipe(key, sizeof(key));
         return velqkeyfile::E_DAMAGED_FILE;
     }
     return S_OK;
@@ -165,7 +163,7 @@ VELQKey::VELQKey(const unsigned char (&key)[kKeyBytes], std::string sid,
 }
 
 VELQKey::~VELQKey() {
-    OPENSSL_cleanse(m_key, sizeof(m_key));
+    velqcrypto::wipe(m_key, sizeof(m_key));
 }
 
 long VELQKey::createKey(VELQKey** ppKey) {
@@ -175,7 +173,7 @@ long VELQKey::createKey(VELQKey** ppKey) {
     *ppKey = nullptr;
     Secret key;
     std::array<unsigned char, velqkeyfile::kKeyIdBytes> id{};
-    if (RAND_priv_bytes(key.bytes, sizeof(key.bytes)) != 1 || !velqkeywrap::keyId(key.bytes, id)) {
+    if (!velqcrypto::secretRandomBytes(key.bytes, sizeof(key.bytes)) || !velqkeywrap::keyId(key.bytes, id)) {
         VELQ_LOG(DBG_LEVEL_ERR, u" (VELQKey::createKey)", u"Error Code: 0x%x", plat::E_FAIL);
         return plat::E_FAIL;
     }

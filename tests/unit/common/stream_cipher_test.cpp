@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 
 #include <algorithm>
 #include <cstring>
@@ -73,7 +72,7 @@ plat::HRESULT decryptRun(VELQStreamCipher& cipher, CipherRun& run, plat::ULONG b
                     [&](unsigned char* p, plat::ULONG n, int f) { return cipher.decrypt(p, n, f); });
 }
 
-TEST(StreamCipher, MatchesOpenSslGcmOverHeaderAndData) {
+TEST(StreamCipher, MatchesOneShotGcmOverHeaderAndData) {
     const Key key(1);
     VELQStreamCipher cipher(key.bytes);
     CipherRun run(100);
@@ -86,13 +85,10 @@ TEST(StreamCipher, MatchesOpenSslGcmOverHeaderAndData) {
     input.insert(input.end(), plain.data.begin(), plain.data.end() - 16);
     Bytes expected(input.size());
     unsigned char tag[16];
-    EVP_CIPHER_CTX* ctx = EVP_CIPHER_CTX_new();
-    int n = 0;
-    ASSERT_EQ(EVP_EncryptInit_ex(ctx, EVP_aes_256_gcm(), nullptr, key.bytes, nonce), 1);
-    ASSERT_EQ(EVP_EncryptUpdate(ctx, expected.data(), &n, input.data(), static_cast<int>(input.size())), 1);
-    ASSERT_EQ(EVP_EncryptFinal_ex(ctx, tag, &n), 1);
-    ASSERT_EQ(EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_GCM_GET_TAG, 16, tag), 1);
-    EVP_CIPHER_CTX_free(ctx);
+    velqcrypto::AesGcm gcm;
+    ASSERT_TRUE(gcm.start(velqcrypto::AesGcm::Direction::Encrypt, key.bytes, nonce));
+    ASSERT_TRUE(gcm.update(input.data(), expected.data(), input.size()));
+    ASSERT_TRUE(gcm.finishEncrypt(tag));
 
     Bytes actual(run.header.begin(), run.header.begin() + VELQStreamCipher::kHeaderFieldsBytes);
     actual.insert(actual.end(), run.data.begin(), run.data.end() - 16);
@@ -173,12 +169,10 @@ TEST(StreamCipher, LegacyFinalWithoutTagDecryptsUnauthenticated) {
     Bytes data = plain.data;
     const unsigned char nonce[12] = {9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 1, 2};
     std::memcpy(header.data() + VELQStreamCipher::kHeaderFieldsBytes, nonce, 12);
-    EVP_CIPHER_CTX* ctx = EVP_CIPHER_CTX_new();
-    int n = 0;
-    ASSERT_EQ(EVP_EncryptInit_ex(ctx, EVP_aes_256_gcm(), nullptr, key.bytes, nonce), 1);
-    ASSERT_EQ(EVP_EncryptUpdate(ctx, header.data(), &n, header.data(), 1064), 1);
-    ASSERT_EQ(EVP_EncryptUpdate(ctx, data.data(), &n, data.data(), 64), 1);
-    EVP_CIPHER_CTX_free(ctx);
+    velqcrypto::AesGcm gcm;
+    ASSERT_TRUE(gcm.start(velqcrypto::AesGcm::Direction::Encrypt, key.bytes, nonce));
+    ASSERT_TRUE(gcm.update(header.data(), header.data(), 1064));
+    ASSERT_TRUE(gcm.update(data.data(), data.data(), 64));
 
     VELQStreamCipher cipher(key.bytes);
     ASSERT_EQ(cipher.decrypt(header.data(), kHeader, 0), 0);
