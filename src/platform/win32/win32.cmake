@@ -19,9 +19,10 @@ target_link_libraries(velq_platform PRIVATE $<TARGET_NAME_IF_EXISTS:velq_strings
 # and msvcrt lacks the hh, z, j and t sizes and writes exponents with three digits.
 target_sources(velq_platform PRIVATE posix/format.cpp)
 
-# WinBio: the simulated sensor and the empty backend (the winbio.dll loader is winbio/winbio_win32.cpp,
-# still to come); there is no fprintd on Windows.
+# WinBio: the simulated sensor, the empty backend and the backend over the system's winbio.dll
+# (winbio/winbio_win32.cpp, not yet chosen by VELQ_WINBIO); there is no fprintd on Windows.
 target_sources(velq_platform PRIVATE winbio/backend.cpp winbio/winbio_none.cpp winbio/sim_script.cpp
+    winbio/winbio_win32.cpp
     $<IF:$<BOOL:${VELQ_WITH_SIM_SENSOR}>,winbio/winbio_sim.cpp,winbio/winbio_sim_missing.cpp>
     winbio/winbio_fprintd_missing.cpp)
 target_include_directories(velq_platform PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>)
