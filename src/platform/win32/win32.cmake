@@ -3,8 +3,8 @@
 target_sources(velq_platform PRIVATE
     win32/type_checks.cpp win32/basics.cpp win32/files.cpp win32/sync.cpp win32/mapping.cpp
     win32/threads.cpp win32/messages.cpp win32/windows.cpp win32/system.cpp win32/profile.cpp
-    win32/language.cpp win32/security.cpp win32/shell.cpp win32/clipboard.cpp)
-target_link_libraries(velq_platform PUBLIC shlwapi shell32 user32 advapi32 gdiplus)
+    win32/language.cpp win32/security.cpp win32/shell.cpp win32/clipboard.cpp win32/placement.cpp win32/com.cpp)
+target_link_libraries(velq_platform PUBLIC shlwapi shell32 user32 advapi32 ole32 gdiplus)
 # Windows 10 API level: the thread's preferred UI languages and LocaleNameToLCID.
 target_compile_definitions(velq_platform PRIVATE _WIN32_WINNT=0x0A00 WINVER=0x0A00)
 

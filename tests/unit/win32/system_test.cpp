@@ -5,6 +5,7 @@
 
 #include "plat/errors.h"
 #include "plat/language.h"
+#include "plat/progress.h"
 #include "plat/resources.h"
 #include "plat/security.h"
 #include "plat/strings.h"
@@ -91,6 +92,18 @@ TEST(Win32SystemInfo, TheGranularityIsTheOneEveryLqvzFileIsLaidOutFor) {
     EXPECT_GE(info.dwNumberOfProcessors, 1u);
     EXPECT_EQ(info.dwPageSize % 4096, 0u);
     GetSystemInfo(nullptr);
+}
+
+TEST(Win32Com, FreshGuidsAreRandomVersionFourAndANullTargetIsRefused) {
+    GUID first{};
+    GUID second{};
+    ASSERT_EQ(CoCreateGuid(&first), S_OK);
+    ASSERT_EQ(CoCreateGuid(&second), S_OK);
+    EXPECT_FALSE(first == second);
+    EXPECT_EQ(first.Data3 >> 12, 4);
+    EXPECT_EQ(CoCreateGuid(nullptr), E_POINTER);
+    EXPECT_TRUE(SUCCEEDED(CoInitialize(nullptr)));
+    CoUninitialize();
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "plat/dialogs.h"
 #include "plat/errors.h"
 #include "plat/messages.h"
 #include "plat/threads.h"
@@ -65,6 +66,33 @@ TEST(Win32Windows, UserDataOfZeroLeavesTheLastErrorAtZero) {
     EXPECT_EQ(GetWindowThreadProcessId(window, &process), GetCurrentThreadId());
     EXPECT_NE(process, 0u);
     EXPECT_EQ(DestroyWindow(window), TRUE);
+}
+
+TEST(Win32Windows, PlacementVisibilityAndControlsReachTheApi) {
+    HWND dialog = makeWindow(u"VelqWin32PlaceClass");
+    if (dialog == nullptr) {
+        GTEST_SKIP() << "no window driver here (last error " << GetLastError() << ")";
+    }
+    EXPECT_EQ(IsWindowVisible(dialog), FALSE);
+    ShowWindow(dialog, SW_SHOW);
+    EXPECT_EQ(IsWindowVisible(dialog), TRUE);
+    EXPECT_EQ(SetWindowPos(dialog, HWND_TOPMOST, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE), TRUE);
+    EXPECT_EQ(MoveWindow(dialog, 5, 5, 200, 100, FALSE), TRUE);
+    // A child's menu handle is its control id, as in a dialog template.
+    HWND control =
+        CreateWindowExW(0, u"VelqWin32PlaceClass", u"", WS_CHILD, 0, 0, 10, 10, dialog,
+                        reinterpret_cast<HMENU>(std::uintptr_t{IDC_ERROR_COUNT}), nullptr, nullptr);
+    ASSERT_NE(control, nullptr);
+    EXPECT_EQ(GetDlgItem(dialog, IDC_ERROR_COUNT), control);
+    EXPECT_EQ(SetDlgItemTextW(dialog, IDC_ERROR_COUNT, u"3"), TRUE);
+    WCHAR text[8] = {};
+    EXPECT_EQ(GetWindowTextW(control, text, 8), 1);
+    EXPECT_EQ(std::u16string(text), u"3");
+    EXPECT_EQ(GetDlgItem(dialog, IDC_ERROR_COPY), nullptr);
+    ShowWindow(dialog, SW_HIDE);
+    EXPECT_EQ(IsWindowVisible(dialog), FALSE);
+    EXPECT_EQ(DestroyWindow(dialog), TRUE);
+    EXPECT_EQ(IsWindow(control), FALSE);
 }
 
 }  // namespace
