@@ -1,5 +1,4 @@
 // The password dialogs and the search window in the scripted UI and at a terminal.
-#include <poll.h>
 #include <pty.h>
 #include <unistd.h>
 
@@ -9,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "plat/ui.h"
+#include "pty_person.h"
 #include "ui/script_backend.h"
 #include "ui/transfer_kinds.h"
 #include "ui_test_support.h"
@@ -116,48 +116,22 @@ TEST(TransferHelpers, DefaultExtensionAndPasswordLimits) {
 class TtyTransferTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (::openpty(&m_nPerson, &m_nTerminal, nullptr, nullptr, nullptr) != 0) {
+        int person = -1;
+        if (::openpty(&person, &m_nTerminal, nullptr, nullptr, nullptr) != 0) {
             GTEST_SKIP() << "no pseudo-terminals here";
         }
+        m_person.attach(person);
     }
     void TearDown() override {
-        for (int fd : {m_nPerson, m_nTerminal}) {
-            if (fd >= 0) {
-                ::close(fd);
-            }
+        if (m_nTerminal >= 0) {
+            ::close(m_nTerminal);
         }
     }
-    // Reads what the terminal shows until `marker` appears (the limit only keeps a broken dialog from
-    // hanging the run).
-    std::string readUntil(const std::string& marker) {
-        while (m_szShown.find(marker) == std::string::npos) {
-            pollfd pfd{m_nPerson, POLLIN, 0};
-            if (::poll(&pfd, 1, 60000) <= 0) {
-                ADD_FAILURE() << "never showed \"" << marker << "\"; showed: " << m_szShown;
-                break;
-            }
-            char chunk[512];
-            const ssize_t count = ::read(m_nPerson, chunk, sizeof chunk);
-            if (count <= 0) {
-                break;
-            }
-            m_szShown.append(chunk, static_cast<std::size_t>(count));
-        }
-        const std::size_t end = m_szShown.find(marker);
-        std::string shown =
-            m_szShown.substr(0, end == std::string::npos ? m_szShown.size() : end + marker.size());
-        m_szShown.erase(0, shown.size());
-        m_szAll += shown;
-        return shown;
-    }
-    void type(const std::string& keys) {
-        ASSERT_EQ(::write(m_nPerson, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
-    }
+    std::string readUntil(const std::string& marker) { return m_person.readUntil(marker); }
+    void type(const std::string& keys) { m_person.type(keys); }
 
-    int m_nPerson = -1;
+    velq_test::PersonAtTerminal m_person;
     int m_nTerminal = -1;
-    std::string m_szShown;
-    std::string m_szAll;  // everything the terminal showed
 };
 
 TEST_F(TtyTransferTest, ExportOffersItsFileAndAsksThePasswordTwiceWithoutEcho) {
@@ -181,7 +155,7 @@ TEST_F(TtyTransferTest, ExportOffersItsFileAndAsksThePasswordTwiceWithoutEcho) {
     EXPECT_EQ(answer.password, u"same one");
     // Nothing typed as a password came back on the screen.
     for (const char* typed : {"first", "other", "same one"}) {
-        EXPECT_EQ(m_szAll.find(typed), std::string::npos) << typed;
+        EXPECT_EQ(m_person.everythingShown().find(typed), std::string::npos) << typed;
     }
 }
 

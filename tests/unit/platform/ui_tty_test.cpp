@@ -1,4 +1,3 @@
-#include <poll.h>
 #include <pty.h>
 #include <termios.h>
 #include <unistd.h>
@@ -10,6 +9,7 @@
 
 #include "plat/errors.h"
 #include "plat/ui.h"
+#include "pty_person.h"
 #include "ui/tty_backend.h"
 
 namespace {
@@ -22,10 +22,12 @@ using plat::ui::TtyBackend;
 class TtyMessageBoxTest : public ::testing::Test {
 protected:
     void SetUp() override {
+        int person = -1;
         int terminal = -1;
-        if (::openpty(&m_nPerson, &terminal, nullptr, nullptr, nullptr) != 0) {
+        if (::openpty(&person, &terminal, nullptr, nullptr, nullptr) != 0) {
             GTEST_SKIP() << "no pseudo-terminals here";
         }
+        m_person.attach(person);
         char name[256] = {};
         const bool named = ::ttyname_r(terminal, name, sizeof name) == 0;
         // The backend opens its own descriptor; this one only keeps the terminal alive until then.
@@ -36,39 +38,10 @@ protected:
         }
     }
 
-    void TearDown() override {
-        m_pBackend.reset();
-        if (m_nPerson >= 0) {
-            ::close(m_nPerson);
-        }
-    }
+    void TearDown() override { m_pBackend.reset(); }
 
-    // Reads what the terminal shows until `marker` appears. The long limit only keeps a broken backend
-    // from hanging the test run; it asserts nothing about speed.
-    std::string readUntil(const std::string& marker) {
-        while (m_szShown.find(marker) == std::string::npos) {
-            pollfd pfd{m_nPerson, POLLIN, 0};
-            if (::poll(&pfd, 1, 60000) <= 0) {
-                ADD_FAILURE() << "the terminal never showed \"" << marker << "\"; it showed: " << m_szShown;
-                break;
-            }
-            char chunk[512];
-            const ssize_t count = ::read(m_nPerson, chunk, sizeof chunk);
-            if (count <= 0) {
-                break;
-            }
-            m_szShown.append(chunk, static_cast<std::size_t>(count));
-        }
-        const std::size_t end = m_szShown.find(marker);
-        const std::size_t stop = end == std::string::npos ? m_szShown.size() : end + marker.size();
-        std::string shown = m_szShown.substr(0, stop);
-        m_szShown.erase(0, stop);
-        return shown;
-    }
-
-    void type(const std::string& keys) {
-        ASSERT_EQ(::write(m_nPerson, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
-    }
+    std::string readUntil(const std::string& marker) { return m_person.readUntil(marker); }
+    void type(const std::string& keys) { m_person.type(keys); }
 
     // Asks on a thread of its own, answers with `keys` once the prompt is up, and gives the answer.
     int ask(std::u16string text, std::u16string caption, UINT flags, const std::string& keys,
@@ -84,9 +57,8 @@ protected:
         return answer;
     }
 
-    int m_nPerson = -1;
+    velq_test::PersonAtTerminal m_person;
     std::unique_ptr<TtyBackend> m_pBackend;
-    std::string m_szShown;
 };
 
 TEST_F(TtyMessageBoxTest, ShowsIconCaptionTextAndButtonsAndReadsTheKey) {
