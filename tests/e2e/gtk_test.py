@@ -69,8 +69,9 @@ class Desktop:
         return done.stdout
 
     def windows(self):
-        """The program's visible windows: {id: title}."""
-        ids = self.tool("xdotool", "search", "--onlyvisible", "--class", "VELQFileEncrypt", check=False).split()
+        """The visible windows of the program (and of velqmsg, which shows its boxes): {id: title}."""
+        ids = self.tool("xdotool", "search", "--onlyvisible", "--class", "VELQFileEncrypt|velqmsg",
+                        check=False).split()
         return {wid: self.tool("xdotool", "getwindowname", wid, check=False).strip() for wid in ids}
 
     def window(self, title, process, skip=()):
