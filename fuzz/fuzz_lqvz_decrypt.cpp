@@ -33,6 +33,7 @@
 #include "common/VELQUserDirectory.h"
 #include "common/VELQUserInfo.h"
 #include "engine_access.h"
+#include "keyed_home.h"
 #include "plat/strings.h"
 #include "plat/ui.h"
 
@@ -84,26 +85,14 @@ Harness* g_harness = nullptr;
 // A private data home with a root key of the process owner, and one engine bound to it.
 Harness* makeHarness() {
     plat::ui::installBackend(std::make_unique<FuzzBackend>());
-    std::string pattern = (std::filesystem::temp_directory_path() / "velq-fuzz-decrypt-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
+    const std::string pattern = velq_fuzz::makeKeyedHome("velq-fuzz-decrypt");
+    if (pattern.empty()) {
         return nullptr;
     }
-    ::setenv("VELQ_DATA_HOME", (pattern + "/data").c_str(), 1);
-    ::setenv("TMPDIR", (pattern + "/tmp").c_str(), 1);
-    if (createVELQAppUserDirectory() != 0) {
-        return nullptr;
-    }
-    const std::u16string keyPath = getUserRootKeyFilePath(velqdir::currentAccountName(), u"", u"");
-    VELQKey* key = nullptr;
-    long result = VELQCrypt::createVELQKey(&key);
-    if (result == 0) {
-        result = key->saveToFile(keyPath, u"password", velqkeyfile::ScryptParams{10, 8, 1});
-    }
-    VELQKey::freeVELQKey(&key);
     auto* harness = new Harness{pattern, pattern + "/dest", pattern + "/dest/input.lqvz", nullptr};
     std::filesystem::create_directories(harness->folder);
     harness->engine = std::make_unique<VELQCryptFile>(std::vector<std::u16string>{}, plat::TRUE);
-    if (result != 0 || Access::initCryptScene(*harness->engine) != 0) {
+    if (Access::initCryptScene(*harness->engine) != 0) {
         delete harness;
         return nullptr;
     }
