@@ -26,6 +26,7 @@
 #include "winbio/fprintd_bus.h"
 #include "winbio/fprintd_identity.h"
 #include "winbio/fprintd_map.h"
+#include "winbio/pending.h"
 
 namespace plat::winbio {
 
@@ -40,15 +41,6 @@ using fprintd::Variant;
 constexpr WPARAM kPowerSuspend = 4;
 constexpr WPARAM kPowerResume = 7;
 constexpr WPARAM kSessionLock = 7;
-
-struct Pending {
-    enum class Kind { None, Identify, Enroll, Monitor };
-    Kind kind = Kind::None;
-    PWINBIO_IDENTIFY_CALLBACK identify = nullptr;
-    PWINBIO_ENROLL_CAPTURE_CALLBACK enroll = nullptr;
-    PWINBIO_EVENT_CALLBACK event = nullptr;
-    void* context = nullptr;
-};
 
 struct Session {
     Pending pending;
@@ -68,11 +60,6 @@ struct Session {
     // result): the next armed sample gets it, so that a finger laid on at once is not lost.
     std::string queuedResult;
     bool queuedDone = false;
-};
-
-struct Subscriber {
-    sensor::WindowEventProc proc;
-    void* context;
 };
 
 struct Sample {
@@ -1096,37 +1083,15 @@ void FprintdBackend::deliver(WINBIO_SESSION_HANDLE handle, const Sample& sample,
         session.delivering = true;
         unit = session.claimedUnit;
     }
-    WINBIO_IDENTITY identity{};
+    Result result;
+    result.status = sample.status;
+    result.rejectDetail = sample.rejectDetail;
     if (sample.identified) {
-        identity = m_ownerIdentity;
+        // fprintd verifies only the claiming user's prints: a match is the process owner by construction.
+        result.identity = m_ownerIdentity;
+        result.subFactor = WINBIO_SUBTYPE_ANY;
     }
-    switch (pending.kind) {
-        case Pending::Kind::Identify:
-            pending.identify(pending.context, sample.status, unit, &identity,
-                             sample.identified ? WINBIO_SUBTYPE_ANY : WINBIO_SUBTYPE_NO_INFORMATION,
-                             sample.rejectDetail);
-            break;
-        case Pending::Kind::Enroll:
-            pending.enroll(pending.context, sample.status, sample.rejectDetail);
-            break;
-        case Pending::Kind::Monitor: {
-            auto* event = static_cast<WINBIO_EVENT*>(std::calloc(1, sizeof(WINBIO_EVENT)));
-            if (event == nullptr) {
-                break;
-            }
-            const bool error = sample.status == WINBIO_E_CANCELED || sample.status == WINBIO_E_DEVICE_FAILURE;
-            event->Type = error ? WINBIO_EVENT_ERROR : WINBIO_EVENT_FP_UNCLAIMED_IDENTIFY;
-            event->Parameters.UnclaimedIdentify.ErrorCode = sample.status;
-            if (!error) {
-                event->Parameters.UnclaimedIdentify.Identity = identity;
-                event->Parameters.UnclaimedIdentify.RejectDetail = sample.rejectDetail;
-            }
-            pending.event(pending.context, sample.status, event);
-            break;
-        }
-        case Pending::Kind::None:
-            break;
-    }
+    deliverResult(pending, result, unit);
     std::lock_guard<std::mutex> lock(m_mutex);
     m_sessions[handle].delivering = false;
     m_changed.notify_all();

@@ -14,22 +14,13 @@
 #include "plat/messages.h"
 #include "plat/strings.h"
 #include "winbio/backend.h"
+#include "winbio/pending.h"
 
 namespace plat::winbio {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// The operation armed on a session, with its callback.
-struct Pending {
-    enum class Kind { None, Identify, Enroll, Monitor };
-    Kind kind = Kind::None;
-    PWINBIO_IDENTIFY_CALLBACK identify = nullptr;
-    PWINBIO_ENROLL_CAPTURE_CALLBACK enroll = nullptr;
-    PWINBIO_EVENT_CALLBACK event = nullptr;
-    void* context = nullptr;
-};
 
 struct Session {
     Pending pending;
@@ -39,19 +30,6 @@ struct Session {
     bool enrolling = false;
     bool closed = false;
     WINBIO_UNIT_ID lockedUnit = 0;
-};
-
-struct Subscriber {
-    sensor::WindowEventProc proc;
-    void* context;
-};
-
-// What one callback reports.
-struct Sample {
-    HRESULT status = S_OK;
-    WINBIO_IDENTITY identity{};
-    WINBIO_BIOMETRIC_SUBTYPE subFactor = WINBIO_SUBTYPE_NO_INFORMATION;
-    WINBIO_REJECT_DETAIL rejectDetail = 0;
 };
 
 bool identityOfSidText(const std::string& text, WINBIO_IDENTITY& identity) {
@@ -65,38 +43,6 @@ bool identityOfSidText(const std::string& text, WINBIO_IDENTITY& identity) {
     std::memcpy(identity.Value.AccountSid.Data, sid, identity.Value.AccountSid.Size);
     LocalFree(sid);
     return true;
-}
-
-void deliver(const Pending& pending, const Sample& sample, WINBIO_UNIT_ID unit) {
-    WINBIO_IDENTITY identity = sample.identity;
-    switch (pending.kind) {
-        case Pending::Kind::Identify:
-            pending.identify(pending.context, sample.status, unit, &identity, sample.subFactor,
-                             sample.rejectDetail);
-            break;
-        case Pending::Kind::Enroll:
-            pending.enroll(pending.context, sample.status, sample.rejectDetail);
-            break;
-        case Pending::Kind::Monitor: {
-            // The event belongs to the callback, which frees it with WinBioFree.
-            auto* event = static_cast<WINBIO_EVENT*>(std::calloc(1, sizeof(WINBIO_EVENT)));
-            if (event == nullptr) {
-                break;
-            }
-            const bool cancelled = sample.status == WINBIO_E_CANCELED;
-            event->Type = cancelled ? WINBIO_EVENT_ERROR : WINBIO_EVENT_FP_UNCLAIMED_IDENTIFY;
-            event->Parameters.UnclaimedIdentify.ErrorCode = sample.status;
-            if (!cancelled) {
-                event->Parameters.UnclaimedIdentify.Identity = identity;
-                event->Parameters.UnclaimedIdentify.SubFactor = sample.subFactor;
-                event->Parameters.UnclaimedIdentify.RejectDetail = sample.rejectDetail;
-            }
-            pending.event(pending.context, sample.status, event);
-            break;
-        }
-        case Pending::Kind::None:
-            break;
-    }
 }
 
 class SimBackend final : public Backend {
@@ -426,8 +372,8 @@ private:
         return session.lockedUnit != 0 ? session.lockedUnit : m_script.units;
     }
 
-    Sample sampleOf(const SimStep& step) const {
-        Sample sample;
+    Result sampleOf(const SimStep& step) const {
+        Result sample;
         sample.status = step.status;
         if (step.status == S_OK) {
             identityOfSidText(step.sid == kSelfSid ? m_selfSid : step.sid, sample.identity);
@@ -520,9 +466,9 @@ bool SimBackend::deliverCancellation(std::unique_lock<std::mutex>& lock) {
         session.delivering = true;
         const WINBIO_UNIT_ID unit = unitOf(session);
         lock.unlock();
-        Sample sample;
-        sample.status = WINBIO_E_CANCELED;
-        deliver(pending, sample, unit);
+        Result cancelled;
+        cancelled.status = WINBIO_E_CANCELED;
+        deliverResult(pending, cancelled, unit);
         lock.lock();
         session.delivering = false;
         m_changed.notify_all();
@@ -554,7 +500,7 @@ bool SimBackend::deliverTouch(std::unique_lock<std::mutex>& lock, const SimStep&
     session->delivering = true;
     const WINBIO_UNIT_ID unit = unitOf(*session);
     lock.unlock();
-    deliver(pending, sampleOf(step), unit);
+    deliverResult(pending, sampleOf(step), unit);
     lock.lock();
     session->delivering = false;
     m_changed.notify_all();
