@@ -82,7 +82,9 @@ class Desktop:
             if found:
                 return found[-1]
             if process.poll() is not None:
-                raise Failure("the program ended (%d) before showing %r" % (process.returncode, title))
+                err = process.stderr.read().decode(errors="replace") if process.stderr else ""
+                raise Failure("the program ended (%d) before showing %r; stderr: %s" % (process.returncode, title,
+                                                                                       err[-800:]))
             time.sleep(0.1)
         raise Failure("never shown: %r" % title)
 

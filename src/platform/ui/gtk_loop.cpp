@@ -67,9 +67,14 @@ GtkLoop* GtkLoop::instance(std::string& failure) {
 }
 
 void GtkLoop::post(std::function<void()> work) {
-    // The default context belongs to the UI thread's gtk_main(); from another thread this adds an idle
-    // source that runs there.
-    g_main_context_invoke(nullptr, runPosted, new std::function<void()>(std::move(work)));
+    // An idle source of the default context, always: it runs inside the UI thread's gtk_main() in the
+    // order of posting, after the person's input and the drawing that is due, so that a stream of progress
+    // never starves them. (g_main_context_invoke would run the work on the calling thread whenever that
+    // thread can acquire the context, as it can before gtk_main() has started.)
+    GSource* source = g_idle_source_new();
+    g_source_set_callback(source, runPosted, new std::function<void()>(std::move(work)), nullptr);
+    g_source_attach(source, nullptr);
+    g_source_unref(source);
 }
 
 }  // namespace plat::ui
