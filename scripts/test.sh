@@ -3,6 +3,7 @@
 #   1. the whole tree under AddressSanitizer and UndefinedBehaviorSanitizer (unit and end-to-end tests),
 #   2. the threaded code under ThreadSanitizer,
 #   3. every libFuzzer target for a fixed number of runs over its seed corpus (clang).
+#   4. the Windows trees, cross-compiled with mingw-w64 (scripts/test-windows.sh).
 # Ends with ctest's summary line of the full tree.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -34,5 +35,8 @@ status=0
 for tree in "$fuzz" "$tsan"; do
     ctest --test-dir "$tree" --output-on-failure -j "$jobs" || status=1
 done
+# The Windows trees (build/win64 with its tests under Wine, build/win32 built only); they skip with a
+# message where the cross compilers or Wine are missing.
+VELQ_WINDOWS_BUILD="$root/build" "$root/scripts/test-windows.sh" || status=1
 ctest --test-dir "$asan" --output-on-failure -j "$jobs" || status=1
 exit $status
