@@ -263,12 +263,28 @@ def case_cancelled_progress(box, desktop):
     expect(box.leftovers() == [], "left in the temporary folder: %s" % box.leftovers())
 
 
+def case_display_cannot_be_opened(box, desktop):
+    """A display that cannot be opened: one line on stderr, then the scripted UI as without a display."""
+    notes = box.write("notes.txt", b"notes\n")
+    box.write_answers(["no", "ok", "export %s\t%s" % (box.backup, PASSWORD)])
+    env = dict(box.env, DISPLAY=":65000")  # no server listens there
+    del env["VELQ_UI"]
+    done = subprocess.run([box.program, "1::%s::1" % notes], env=env, stdout=subprocess.PIPE,
+                          stderr=subprocess.PIPE, timeout=HANG_GUARD)
+    lines = done.stderr.decode(errors="replace").splitlines()
+    wanted = "VELQ_UI: cannot open the display :65000; using script."
+    expect_equal("stderr lines naming the display", [line for line in lines if "display" in line], [wanted])
+    expect_equal("exit status", done.returncode, 0)
+    expect({"ui": "export", "answer": "ok", "path": box.backup} in box.lines(), "the scripted UI did not answer")
+
+
 CASES = {
     "first_encryption": case_first_encryption_with_backup,
     "replace_question": case_replace_question,
     "error_list": case_error_list_copied_and_closed,
     "wait_window_closed": case_wait_window_closed,
     "cancelled_progress": case_cancelled_progress,
+    "display_cannot_be_opened": case_display_cannot_be_opened,
 }
 
 

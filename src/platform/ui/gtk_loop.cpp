@@ -56,10 +56,9 @@ GtkLoop* GtkLoop::instance(std::string& failure) {
         } else {
             const char* display = std::getenv("DISPLAY");
             const char* wayland = std::getenv("WAYLAND_DISPLAY");
-            g_szFailure =
-                std::string("cannot open the display ") + (wayland != nullptr && *wayland != '\0' ? wayland
-                                                           : display != nullptr                   ? display
-                                                                                                  : "");
+            const char* named = wayland != nullptr && *wayland != '\0' ? wayland : display;
+            g_szFailure = named != nullptr && *named != '\0' ? std::string("cannot open the display ") + named
+                                                             : std::string("no display is set");
         }
     }
     failure = g_szFailure;
