@@ -5,6 +5,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
+
+#include "crypto/hex.h"
 
 namespace velqcryptotest {
 
@@ -36,12 +39,8 @@ inline const Backup kBackups[] = {
 };
 
 inline std::string bytesOfBackup(const Backup& backup) {
-    std::string bytes;
-    const std::string hex = backup.hex;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
-        bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
-    }
-    return bytes;
+    const std::vector<unsigned char> bytes = fromHex(backup.hex);
+    return std::string(bytes.begin(), bytes.end());
 }
 
 }  // namespace velqcryptotest
