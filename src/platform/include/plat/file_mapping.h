@@ -13,16 +13,20 @@
 //
 // MapViewOfFile on such a mapping (offset a multiple of 65536, else 1132; view end past the mapping's
 // size gives ERROR_ACCESS_DENIED 5; FILE_MAP_WRITE on a read-only mapping 5) gives a private buffer
-// filled from the file with pread; UnmapViewOfFile of a writable view writes the whole view back with
-// pwrite. Views are not shared between each other: the core maps one block at a time and never two
-// overlapping views of one file, as it does on Windows. Bytes of the file that were never written read as
-// zero.
+// filled from the file with pread; UnmapViewOfFile of a writable view hands the whole view to the file's
+// writer, which writes it back with pwrite on a thread of its own while the caller maps the next block
+// (one view in flight at a time; the view that ends the mapping is written before its unmap returns, and
+// every other call on the file waits for the writer first). Views are not shared between each other: the
+// core maps one block at a time and never two overlapping views of one file, as it does on Windows.
+// Bytes of the file that were never written read as zero.
 //
 // The in-page error. On Windows touching a view can raise EXCEPTION_IN_PAGE_ERROR, which the big paths
 // catch around each block's view work and turn into 0x80004005. Here nothing is raised: a view whose
 // fill failed (a read error, or a file that got shorter than the view since its mapping was made) is
-// still given, its missing bytes zero, and a write-back that fails at UnmapViewOfFile (which then gives
-// FALSE with the last error) is likewise noted. Both mark the calling thread's in-page error. The core
+// still given, its missing bytes zero, and a write-back that fails is likewise noted: at the unmap of the
+// view that ends the mapping, else with the next view of the file (its map or unmap; UnmapViewOfFile then
+// gives FALSE with the last error), or as the failure of the next call on the file (ReadFile, WriteFile,
+// SetEndOfFile, GetFileSizeEx, FlushFileBuffers). Views mark the calling thread's in-page error. The core
 // asks once per block, after it has unmapped the block's views (on every path, also after a failure):
 //
 //     if (plat::TakeInPageError()) { log "Catch EXCEPTION_IN_PAGE_ERROR."; nResult = E_IN_PAGE_ERROR; }
