@@ -13,6 +13,7 @@ private display, so a click on a close box is sent as the window manager sends i
 import ctypes
 import ctypes.util
 import os
+import random
 import shutil
 import subprocess
 import sys
@@ -42,21 +43,39 @@ class Desktop:
         for tool in ("Xvfb", "xdotool", "xclip"):
             if shutil.which(tool) is None:
                 raise Skip("%s is not installed (scripts/setup.sh installs it)" % tool)
-        read_end, write_end = os.pipe()
-        self.server = subprocess.Popen(["Xvfb", "-displayfd", str(write_end), "-screen", "0", "1024x768x24",
-                                        "-nolisten", "tcp"], pass_fds=(write_end,),
-                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        os.close(write_end)
-        with os.fdopen(read_end) as f:
-            number = f.readline().strip()
-        if not number:
-            self.server.kill()
-            raise Skip("Xvfb did not start")
-        self.display = ":" + number
+        # -noreset: a server resets when its last client leaves and turns new clients away meanwhile, so
+        # the program could not open the display just after xdotool left it. A number of its own, far from
+        # the low ones that other servers take, so that parallel cases never meet.
+        for number in random.sample(range(100, 30000), 5):
+            self.display = ":%d" % number
+            self.server = subprocess.Popen(["Xvfb", self.display, "-screen", "0", "1024x768x24", "-nolisten", "tcp",
+                                            "-noreset"],
+                                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            if self._answers():
+                return
+            self.close()
+        raise Skip("Xvfb did not start")
+
+    def _answers(self):
+        """Waits until the display answers; false when the server ended (its number was taken)."""
+        end = time.monotonic() + HANG_GUARD
+        while time.monotonic() < end and self.server.poll() is None:
+            done = subprocess.run(["xdotool", "getdisplaygeometry"], env=dict(os.environ, DISPLAY=self.display),
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            if done.returncode == 0:
+                return True
+            time.sleep(0.1)
+        return False
 
     def close(self):
-        self.server.kill()
-        self.server.wait()
+        # Terminated, not killed: a killed server leaves its lock file and socket behind, and two servers
+        # that start at once may then both take the stale number, one unlinking the other's socket.
+        self.server.terminate()
+        try:
+            self.server.wait(timeout=30)
+        except subprocess.TimeoutExpired:
+            self.server.kill()
+            self.server.wait()
 
     def env(self):
         return {"DISPLAY": self.display, "GDK_BACKEND": "x11", "NO_AT_BRIDGE": "1"}
