@@ -139,7 +139,10 @@ TEST(StringTable, EveryLanguageHasExactlyTheEnglishIds) {
                                           1042, 1043, 1045, 1046, 1051, 1052, 1053, 1054, 1055, 1056, 1057,
                                           1058, 1059, 1060, 1062, 1063, 1064, 1065, 1066, 1067, 1068, 1069,
                                           // The terminal's lines of the fingerprint wait window.
-                                          1100, 1101, 1102};
+                                          1100, 1101, 1102,
+                                          // The desktop windows' buttons, labels and messages.
+                                          1110, 1111, 1112, 1113, 1114, 1115, 1116, 1117, 1118, 1119, 1120,
+                                          1121, 1122, 1123, 1124, 1125, 1126, 1127, 1128};
     EXPECT_EQ(idsOf(1033), english);
     for (const plat::LANGID language : kLanguages) {
         EXPECT_EQ(idsOf(language), english) << "language " << language;
