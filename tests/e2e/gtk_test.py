@@ -160,6 +160,80 @@ class Desktop:
             time.sleep(0.1)
 
 
+LOGIN_SESSION = "c1"
+LOGIND = "org.freedesktop.login1"
+SYSTEM_BUS_CONFIG = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>unix:path=%s</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/><allow own="*"/><allow send_destination="*"/><allow receive_sender="*"/>
+  </policy>
+</busconfig>
+"""
+
+
+class LoginManager:
+    """A system bus of our own with dbusmock's logind on it (Debian's /usr/bin/python3 has dbusmock) and
+    one login session, LOGIN_SESSION; driven with gdbus, so that this script needs no D-Bus module."""
+
+    def __init__(self, root):
+        for path in ("/usr/bin/dbus-daemon", "/usr/bin/gdbus"):
+            if not os.access(path, os.X_OK):
+                raise Skip("%s is not installed (scripts/setup.sh installs it)" % path)
+        socket = os.path.join(root, "system_bus")
+        config = os.path.join(root, "system_bus.conf")
+        with open(config, "w") as f:
+            f.write(SYSTEM_BUS_CONFIG % socket)
+        self.address = "unix:path=" + socket
+        self.env = dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS=self.address)
+        self.procs = [subprocess.Popen(["/usr/bin/dbus-daemon", "--config-file=" + config, "--nofork",
+                                        "--nopidfile"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)]
+        self._until("the private system bus", lambda: os.path.exists(socket))
+        self.procs.append(subprocess.Popen(["/usr/bin/python3", "-m", "dbusmock", "--system", "--template",
+                                            "logind"], env=self.env, stdout=subprocess.DEVNULL,
+                                           stderr=subprocess.DEVNULL))
+        self._until("dbusmock's logind", lambda: "true" in self._call(
+            "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.NameHasOwner", LOGIND,
+            check=False))
+        self._call(LOGIND, "/org/freedesktop/login1", "org.freedesktop.DBus.Mock.AddSession", LOGIN_SESSION,
+                   "seat0", "uint32 %d" % os.getuid(), "velq", "true")
+
+    def _until(self, what, condition):
+        end = time.monotonic() + HANG_GUARD
+        while not condition():
+            if time.monotonic() > end or any(p.poll() is not None for p in self.procs):
+                self.close()
+                raise Skip("%s did not start here" % what)
+            time.sleep(0.1)
+
+    def _call(self, dest, path, method, *args, check=True):
+        done = subprocess.run(["/usr/bin/gdbus", "call", "--system", "--dest", dest, "--object-path", path,
+                               "--method", method, *args], env=self.env, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, timeout=HANG_GUARD)
+        if check and done.returncode != 0:
+            raise Failure("gdbus %s failed: %s" % (method, done.stderr.decode(errors="replace")))
+        return done.stdout.decode(errors="replace")
+
+    def lock(self):
+        self._call(LOGIND, "/org/freedesktop/login1/session/" + LOGIN_SESSION, "org.freedesktop.login1.Session.Lock")
+
+    def prepare_for_sleep(self):
+        self._call(LOGIND, "/org/freedesktop/login1", "org.freedesktop.DBus.Mock.EmitSignal",
+                   "org.freedesktop.login1.Manager", "PrepareForSleep", "b", "[<true>]")
+
+    def close(self):
+        for proc in reversed(self.procs):
+            proc.terminate()
+            try:
+                proc.wait(timeout=30)
+            except subprocess.TimeoutExpired:
+                proc.kill()
+                proc.wait()
+
+
 class GtkSandbox(MainSandbox):
     """The main job's sandbox; `start` runs one request on the desktop UI of a private display."""
 
@@ -297,11 +371,36 @@ def case_display_cannot_be_opened(box, desktop):
     expect({"ui": "export", "answer": "ok", "path": box.backup} in box.lines(), "the scripted UI did not answer")
 
 
+def case_wait_window_closed_by_lock_and_suspend(box, desktop):
+    """The desktop's session lock and logind's suspend end the wait as the session and power codes do."""
+    notes = box.write("notes.txt", b"keep me\n")
+    box.first_encryption(notes)
+    with open(box.env["VELQ_WINBIO_SIM"], "w") as f:
+        f.write("enrolled self 2\n")  # no finger comes
+    logins = LoginManager(box.root)
+    try:
+        box.env.update(DBUS_SYSTEM_BUS_ADDRESS=logins.address, XDG_SESSION_ID=LOGIN_SESSION)
+        for what, signal in (("lock", logins.lock), ("suspend", logins.prepare_for_sleep)):
+            process = box.start([box.program, "1::%s.lqvz::2" % notes])
+            desktop.window("", process)
+            # The window looks its session up on the bus as it shows: signal until it has heard one.
+            end = time.monotonic() + HANG_GUARD
+            while process.poll() is None and time.monotonic() < end:
+                signal()
+                time.sleep(0.5)
+            status, err = box.finish(process)
+            expect_equal("exit status after the %s (stderr: %s)" % (what, err), status, E_FAIL_STATUS)
+            expect(os.path.exists(notes + ".lqvz") and not os.path.exists(notes), "decrypted after the " + what)
+    finally:
+        logins.close()
+
+
 CASES = {
     "first_encryption": case_first_encryption_with_backup,
     "replace_question": case_replace_question,
     "error_list": case_error_list_copied_and_closed,
     "wait_window_closed": case_wait_window_closed,
+    "wait_window_lock_and_suspend": case_wait_window_closed_by_lock_and_suspend,
     "cancelled_progress": case_cancelled_progress,
     "display_cannot_be_opened": case_display_cannot_be_opened,
 }

@@ -18,6 +18,8 @@
 // Last: GLib defines TRUE and FALSE as macros, which must not reach the declarations of plat/types.h.
 #include <gtk/gtk.h>
 
+#include "ui/gtk_session_watch.h"
+
 namespace plat::ui {
 
 // Helpers of the UI thread shared by the windows.
@@ -129,6 +131,7 @@ private:
     GtkLoop& m_loop;
     WaitEventRelay m_relay;
     // UI thread only.
+    SessionWatch m_sessionWatch;
     GtkWidget* m_pWindow = nullptr;
     GtkWidget* m_pImage = nullptr;
     HWND m_hWindow = nullptr;

@@ -75,6 +75,7 @@ void GtkWait::shown(HWND window) {
             g_signal_connect(m_pWindow, "delete-event", G_CALLBACK(_onDelete), this);
         }
         m_hWindow = window;
+        m_sessionWatch.start(window);
         gtk_widget_show_all(m_pWindow);
         gtk_window_present(GTK_WINDOW(m_pWindow));
         built.set(true);
@@ -108,6 +109,7 @@ void GtkWait::closed(HWND) {
     // Waits for the UI thread: once this returns, the close box posts nothing to the window any more.
     Reply<bool> gone;
     m_loop.post([this, &gone] {
+        m_sessionWatch.stop();
         if (m_pWindow != nullptr) {
             gtk_widget_destroy(m_pWindow);
         }
