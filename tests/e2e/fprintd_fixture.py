@@ -20,6 +20,8 @@ import time
 
 import dbus
 
+from velq_e2e import SYSTEM_BUS_CONFIG
+
 FPRINT = "net.reactivated.Fprint"
 MANAGER_PATH = "/net/reactivated/Fprint/Manager"
 DEVICE_IFACE = "net.reactivated.Fprint.Device"
@@ -32,21 +34,6 @@ FPRINT_ACTIONS = ["net.reactivated.fprint.device.verify", "net.reactivated.fprin
                   "net.reactivated.fprint.device.setusername"]
 # Only a guard against a hang: nothing relies on how long anything takes.
 HANG_GUARD = 30
-
-BUS_CONFIG = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:path=%s</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/>
-    <allow own="*"/>
-    <allow send_destination="*"/>
-    <allow receive_sender="*"/>
-  </policy>
-</busconfig>
-"""
 
 
 class Unavailable(Exception):
@@ -104,7 +91,7 @@ class Fixture:
     def _start_bus(self):
         config = os.path.join(self.root, "bus.conf")
         with open(config, "w") as f:
-            f.write(BUS_CONFIG % os.path.join(self.root, "bus"))
+            f.write(SYSTEM_BUS_CONFIG % os.path.join(self.root, "bus"))
         bus = self._spawn(["/usr/bin/dbus-daemon", "--config-file=" + config, "--nofork", "--nopidfile"],
                           log="dbus.log")
         wait_until("the private system bus starting",

@@ -21,7 +21,7 @@ import tempfile
 import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from velq_e2e import Failure, Skip, expect, expect_equal, run_cases  # noqa: E402
+from velq_e2e import SYSTEM_BUS_CONFIG, Failure, Skip, expect, expect_equal, run_cases  # noqa: E402
 from main_job_test import PASSWORD, MainSandbox  # noqa: E402
 
 HANG_GUARD = 120  # a guard against a hang only; no case relies on how long anything takes
@@ -162,17 +162,6 @@ class Desktop:
 
 LOGIN_SESSION = "c1"
 LOGIND = "org.freedesktop.login1"
-SYSTEM_BUS_CONFIG = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:path=%s</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/><allow own="*"/><allow send_destination="*"/><allow receive_sender="*"/>
-  </policy>
-</busconfig>
-"""
 
 
 class LoginManager:
