@@ -7,6 +7,7 @@
 
 #include "app/VELQFileEncryptMain.h"
 #include "plat/strings.h"
+#include "plat/ui.h"
 
 int main(int argc, char** argv) {
     plat::HRESULT hr = plat::S_OK;
@@ -23,5 +24,6 @@ int main(int argc, char** argv) {
         std::u16string cmdLine = plat::fromUtf8(joined);
         hr = wWinMain(nullptr, nullptr, cmdLine.data(), 1);
     }
+    plat::ui::endBackend();
     return static_cast<int>(static_cast<unsigned>(hr) & 0xFFu);
 }

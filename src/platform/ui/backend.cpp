@@ -81,6 +81,10 @@ Backend& currentBackend() {
     return *g_pBackend;
 }
 
+void endBackend() {
+    endGtkLoop();
+}
+
 std::unique_ptr<Backend> installBackend(std::unique_ptr<Backend> backend) {
     std::lock_guard<std::mutex> lock(g_backendMutex);
     std::unique_ptr<Backend> previous(g_pBackend);

@@ -17,4 +17,9 @@ bool gtkBuiltIn();
 // (`failure` then says why, in one line for stderr).
 std::unique_ptr<Backend> makeGtkBackend(std::string& failure);
 
+// Ends the desktop UI's loop if it runs, after the work posted to it: the UI thread ends, so that the
+// process's exit handlers (the text-shaping libraries' among them) never run while a window is drawn.
+// Harmless when the loop never started or has ended. No window may be asked for afterwards.
+void endGtkLoop();
+
 }  // namespace plat::ui

@@ -1,5 +1,7 @@
 #include "ui/gtk_loop.h"
 
+#include "ui/gtk_backend.h"
+
 #include <cstdlib>
 #include <thread>
 
@@ -13,9 +15,11 @@ namespace plat::ui {
 namespace {
 
 std::mutex g_startMutex;
-GtkLoop* g_pLoop = nullptr;  // never destroyed: the UI thread runs until the process ends
+GtkLoop* g_pLoop = nullptr;  // never destroyed: threads may hold it while the process exits
 bool g_bTried = false;
 std::string g_szFailure;
+Reply<bool> g_uiThreadEnded;  // set by the UI thread once its loop has returned
+bool g_bEnded = false;        // under g_startMutex
 
 gboolean runPosted(gpointer data) {
     auto* work = static_cast<std::function<void()>*>(data);
@@ -41,6 +45,7 @@ void runUiThread(Reply<bool>* opened) {
     }
     opened->set(true);
     gtk_main();
+    g_uiThreadEnded.set(true);
 }
 
 }  // namespace
@@ -63,6 +68,29 @@ GtkLoop* GtkLoop::instance(std::string& failure) {
     }
     failure = g_szFailure;
     return g_pLoop;
+}
+
+void GtkLoop::end() {
+    {
+        std::lock_guard<std::mutex> lock(g_startMutex);
+        if (g_bEnded) {
+            return;
+        }
+        g_bEnded = true;
+    }
+    post([] { gtk_main_quit(); });
+    g_uiThreadEnded.wait();
+}
+
+void endGtkLoop() {
+    GtkLoop* loop = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(g_startMutex);
+        loop = g_pLoop;
+    }
+    if (loop != nullptr) {
+        loop->end();
+    }
 }
 
 void GtkLoop::post(std::function<void()> work) {

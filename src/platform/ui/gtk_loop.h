@@ -18,12 +18,15 @@ namespace plat::ui {
 class GtkLoop {
 public:
     // The process's loop, started on the first call: its thread opens the display and then runs the loop
-    // until the process ends (GTK cannot be set up a second time on another thread, so the loop is never
-    // stopped). Null when the display cannot be opened; `failure` then says why, in one line.
+    // until end() (GTK cannot be set up a second time on another thread, so an ended loop stays ended). Null
+    // when the display cannot be opened; `failure` then says why, in one line.
     static GtkLoop* instance(std::string& failure);
 
     // Runs `work` on the UI thread, after the work posted before it; returns at once.
     void post(std::function<void()> work);
+
+    // Quits the loop after the work posted before and waits until the UI thread has ended.
+    void end();
 
 private:
     GtkLoop() = default;

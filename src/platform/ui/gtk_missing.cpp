@@ -12,4 +12,6 @@ std::unique_ptr<Backend> makeGtkBackend(std::string& failure) {
     return nullptr;
 }
 
+void endGtkLoop() {}
+
 }  // namespace plat::ui

@@ -180,9 +180,14 @@ public:
 // The process's backend, chosen once on first use from VELQ_UI ("script", "tty" or "gtk"); without it:
 // gtk when a display is named and the desktop UI is built in, else tty when stdin and stderr are
 // terminals, else script. An unknown name ("gtk" while it is not built in) falls back to that default
-// with a one-line warning on stderr; so does gtk when the display cannot be opened. Thread-safe; the chosen backend lives until the
-// process ends, so a thread may still ask while the process exits.
+// with a one-line warning on stderr; so does gtk when the display cannot be opened. Thread-safe; the chosen
+// backend lives until the process ends, so a thread may still ask while the process exits.
 Backend& currentBackend();
+
+// Ends the backend's own UI thread, if it has one (the desktop UI's), once the program's work is done: no
+// window is drawn while the process's exit handlers run. Called by the program's entry before it returns;
+// no interaction may follow.
+void endBackend();
 
 // Puts `backend` in place of the process's backend and gives back the previous one (null if none was
 // chosen yet). For programs that choose their own backend and for tests that record interactions. The
