@@ -34,6 +34,13 @@ add_executable(velq_platform_tests ${velq_win32_test_sources} ${velq_win32_own_t
 target_include_directories(velq_platform_tests PRIVATE ${velq_unit_dir})
 target_link_libraries(velq_platform_tests PRIVATE velq_platform GTest::gtest GTest::gtest_main GTest::gmock
     velq_warnings)
+# The program's resources (string table, dialog 51, pictures, icons, version, manifest), as the program
+# links them; resources_test.cpp reads every one of them back.
+velq_add_windows_resources(velq_platform_tests program)
+target_link_libraries(velq_platform_tests PRIVATE comctl32 version)
+target_compile_definitions(velq_platform_tests PRIVATE VELQ_VERSION_MAJOR=${PROJECT_VERSION_MAJOR}
+    VELQ_VERSION_MINOR=${PROJECT_VERSION_MINOR} VELQ_VERSION_PATCH=${PROJECT_VERSION_PATCH}
+    VELQ_VERSION_TEXT=L"${PROJECT_VERSION}")
 # Windows need a window driver: under Wine without a display, the prefix's null driver.
 if(CMAKE_CROSSCOMPILING_EMULATOR)
     set_target_properties(velq_platform_tests PROPERTIES CROSSCOMPILING_EMULATOR
