@@ -159,14 +159,15 @@ int accessFlagsFor(DWORD access) {
     return write ? O_WRONLY : O_RDONLY;
 }
 
-// Moves to `target` (an absolute position) after the checks that Windows makes first.
-bool seekTo(int fd, LONGLONG distance, DWORD moveMethod, off_t& position) {
+// Moves the file pointer to `target` (an absolute position) after the checks that Windows makes first.
+// With the file's pointer lock held.
+bool seekTo(FileObject& file, LONGLONG distance, DWORD moveMethod, off_t& position) {
     off_t base = 0;
     if (moveMethod == FILE_CURRENT) {
-        base = ::lseek(fd, 0, SEEK_CUR);
+        base = file.pointer();
     } else if (moveMethod == FILE_END) {
         struct stat st {};
-        base = ::fstat(fd, &st) == 0 ? st.st_size : -1;
+        base = ::fstat(file.fd(), &st) == 0 ? st.st_size : -1;
     } else if (moveMethod != FILE_BEGIN) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return false;
@@ -180,11 +181,11 @@ bool seekTo(int fd, LONGLONG distance, DWORD moveMethod, off_t& position) {
         SetLastError(ERROR_NEGATIVE_SEEK);
         return false;
     }
-    position = ::lseek(fd, static_cast<off_t>(target), SEEK_SET);
-    if (position < 0) {
-        setLastErrorFromErrno(errno);
-        return false;
-    }
+    // Beyond the largest size a file may have, Windows too lets the pointer go and fails the next read or
+    // write, as pread and pwrite do.
+    static_assert(sizeof(off_t) == sizeof(LONGLONG), "64-bit file offsets");
+    position = static_cast<off_t>(target);
+    file.setPointer(position);
     return true;
 }
 
@@ -301,9 +302,10 @@ BOOL ReadFile(HANDLE hFile, void* lpBuffer, DWORD nNumberOfBytesToRead, DWORD* l
         return FALSE;
     }
     auto* bytes = static_cast<unsigned char*>(lpBuffer);
+    const std::lock_guard<std::mutex> lock(file->pointerMutex());
     DWORD done = 0;
     while (done < nNumberOfBytesToRead) {
-        const ssize_t n = ::read(file->fd(), bytes + done, nNumberOfBytesToRead - done);
+        const ssize_t n = ::pread(file->fd(), bytes + done, nNumberOfBytesToRead - done, file->pointer());
         if (n < 0 && errno == EINTR) {
             continue;
         }
@@ -315,6 +317,7 @@ BOOL ReadFile(HANDLE hFile, void* lpBuffer, DWORD nNumberOfBytesToRead, DWORD* l
             break;
         }
         done += static_cast<DWORD>(n);
+        file->setPointer(file->pointer() + n);
         if (lpNumberOfBytesRead != nullptr) {
             *lpNumberOfBytesRead = done;
         }
@@ -335,15 +338,14 @@ BOOL WriteFile(HANDLE hFile, const void* lpBuffer, DWORD nNumberOfBytesToWrite, 
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
+    const std::lock_guard<std::mutex> lock(file->pointerMutex());
     if (file->zeroFrom() != FileObject::kZeroUnknown) {
-        const off_t position = ::lseek(file->fd(), 0, SEEK_CUR);
-        file->wroteUpTo(position < 0 ? FileObject::kZeroUnknown - 1
-                                     : static_cast<ULONGLONG>(position) + nNumberOfBytesToWrite);
+        file->wroteUpTo(static_cast<ULONGLONG>(file->pointer()) + nNumberOfBytesToWrite);
     }
     const auto* bytes = static_cast<const unsigned char*>(lpBuffer);
     DWORD done = 0;
     while (done < nNumberOfBytesToWrite) {
-        const ssize_t n = ::write(file->fd(), bytes + done, nNumberOfBytesToWrite - done);
+        const ssize_t n = ::pwrite(file->fd(), bytes + done, nNumberOfBytesToWrite - done, file->pointer());
         if (n < 0 && errno == EINTR) {
             continue;
         }
@@ -352,6 +354,7 @@ BOOL WriteFile(HANDLE hFile, const void* lpBuffer, DWORD nNumberOfBytesToWrite, 
             return FALSE;
         }
         done += static_cast<DWORD>(n);
+        file->setPointer(file->pointer() + n);
         if (lpNumberOfBytesWritten != nullptr) {
             *lpNumberOfBytesWritten = done;
         }
@@ -369,13 +372,14 @@ DWORD SetFilePointer(HANDLE hFile, LONG lDistanceToMove, LONG* lpDistanceToMoveH
         const auto high = static_cast<ULONGLONG>(static_cast<DWORD>(*lpDistanceToMoveHigh)) << 32;
         distance = static_cast<LONGLONG>(high | static_cast<DWORD>(lDistanceToMove));
     }
-    const off_t before = ::lseek(file->fd(), 0, SEEK_CUR);
+    const std::lock_guard<std::mutex> lock(file->pointerMutex());
+    const off_t before = file->pointer();
     off_t position = 0;
-    if (!seekTo(file->fd(), distance, dwMoveMethod, position)) {
+    if (!seekTo(*file, distance, dwMoveMethod, position)) {
         return INVALID_SET_FILE_POINTER;
     }
     if (lpDistanceToMoveHigh == nullptr && position > static_cast<off_t>(0xFFFFFFFE)) {
-        ::lseek(file->fd(), before, SEEK_SET);
+        file->setPointer(before);
         SetLastError(ERROR_INVALID_PARAMETER);
         return INVALID_SET_FILE_POINTER;
     }
@@ -392,8 +396,9 @@ BOOL SetFilePointerEx(HANDLE hFile, LARGE_INTEGER liDistanceToMove, PLARGE_INTEG
     if (file == nullptr) {
         return FALSE;
     }
+    const std::lock_guard<std::mutex> lock(file->pointerMutex());
     off_t position = 0;
-    if (!seekTo(file->fd(), liDistanceToMove.QuadPart, dwMoveMethod, position)) {
+    if (!seekTo(*file, liDistanceToMove.QuadPart, dwMoveMethod, position)) {
         return FALSE;
     }
     if (lpNewFilePointer != nullptr) {
@@ -407,9 +412,10 @@ BOOL SetEndOfFile(HANDLE hFile) {
     if (file == nullptr) {
         return FALSE;
     }
-    const off_t position = ::lseek(file->fd(), 0, SEEK_CUR);
+    const std::lock_guard<std::mutex> lock(file->pointerMutex());
+    const off_t position = file->pointer();
     struct stat before {};
-    if (position < 0 || ::fstat(file->fd(), &before) != 0 || ::ftruncate(file->fd(), position) != 0) {
+    if (::fstat(file->fd(), &before) != 0 || ::ftruncate(file->fd(), position) != 0) {
         setLastErrorFromErrno(errno);
         return FALSE;
     }

@@ -35,6 +35,14 @@ public:
     // Bytes up to `end` may have been written.
     void wroteUpTo(ULONGLONG end);
 
+    // The handle's file pointer. It lives here rather than in the descriptor, so that reads and writes
+    // are pread and pwrite at it and a seek costs no system call (a small file's pass seeks several times
+    // and every call counts in a folder of thousands of files). The lock keeps a read or write and its
+    // move of the pointer one step, as the kernel does for a shared descriptor.
+    std::mutex& pointerMutex() { return m_pointerMutex; }
+    off_t pointer() const { return m_nPointer; }    // with pointerMutex() held
+    void setPointer(off_t to) { m_nPointer = to; }  // with pointerMutex() held
+
     // The writer of this file's unmapped views (posix/file_mapping.cpp), made at the first call.
     detail::WriteBehind& writeBehind(detail::WriteBehind::Release releaseBuffer);
     // Waits for view bytes still being written, so that what follows sees them in the file. False with the
@@ -47,6 +55,8 @@ protected:
 private:
     const int m_fd;
     std::atomic<ULONGLONG> m_nZeroFrom{kZeroUnknown};
+    std::mutex m_pointerMutex;
+    off_t m_nPointer = 0;
     std::mutex m_writerMutex;
     std::unique_ptr<detail::WriteBehind> m_pWriteBehind;  // guarded by m_writerMutex; set once
 };

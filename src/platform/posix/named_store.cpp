@@ -12,6 +12,7 @@
 
 #include "plat/errors.h"
 #include "plat/strings.h"
+#include "process_owner.h"
 #include "runtime_dir.h"
 
 namespace plat::detail {
@@ -122,7 +123,7 @@ std::vector<std::string> escapedPieces(const std::string& utf8) {
 
 bool isOwnRegularFile(int fd) {
     struct stat st {};
-    return ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == ::geteuid();
+    return ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == detail::processOwnerUid();
 }
 
 bool isFileAt(int dirFd, const std::string& fileName, int fd) {

@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "plat/errors.h"
+#include "process_owner.h"
 
 namespace plat::detail {
 
@@ -18,7 +19,7 @@ bool isSetInEnvironment(const char* value) {
 }
 
 bool isPrivateFolder(const struct stat& st) {
-    return S_ISDIR(st.st_mode) && st.st_uid == ::geteuid() && (st.st_mode & 07777) == 0700;
+    return S_ISDIR(st.st_mode) && st.st_uid == detail::processOwnerUid() && (st.st_mode & 07777) == 0700;
 }
 
 }  // namespace
@@ -32,7 +33,7 @@ std::string runtimeFolderPath() {
     if (isSetInEnvironment(session)) {
         return std::string(session) + "/velq";
     }
-    return "/tmp/velq-" + std::to_string(::geteuid());
+    return "/tmp/velq-" + std::to_string(detail::processOwnerUid());
 }
 
 int openRuntimeFolder(std::string& path) {

@@ -11,6 +11,7 @@
 
 #include "plat/errors.h"
 #include "plat/strings.h"
+#include "process_owner.h"
 
 namespace plat {
 
@@ -66,7 +67,7 @@ std::string sidText(const SidView& view) {
     if (view.authority >> 32 == 0) {
         text += std::to_string(view.authority);
     } else {
-        char hex[24]; // room for any 64-bit value: the compiler cannot see the 48-bit bound
+        char hex[24];  // room for any 64-bit value: the compiler cannot see the 48-bit bound
         std::snprintf(hex, sizeof hex, "0x%012llX", static_cast<unsigned long long>(view.authority));
         text += hex;
     }
@@ -166,10 +167,10 @@ bool isMember(const SidView& view) {
     }
     if (view.authority == kNt && view.count == 2 && view.subs[0] == SECURITY_BUILTIN_DOMAIN_RID &&
         view.subs[1] == DOMAIN_ALIAS_RID_ADMINS) {
-        return isAdministratorAccount(geteuid(), processGroupNames());
+        return isAdministratorAccount(detail::processOwnerUid(), processGroupNames());
     }
     if (view.authority == kUnix && view.count == 2 && view.subs[0] == SECURITY_UNIX_USER_RID) {
-        return view.subs[1] == geteuid();
+        return view.subs[1] == detail::processOwnerUid();
     }
     if (view.authority == kUnix && view.count == 2 && view.subs[0] == SECURITY_UNIX_GROUP_RID) {
         return isMemberOfGroup(view.subs[1]);
@@ -291,7 +292,7 @@ bool isAdministratorAccount(unsigned long uid, const std::vector<std::string>& g
 }
 
 std::u16string processOwnerSidText() {
-    return u"S-1-22-1-" + fromUtf8(std::to_string(geteuid()));
+    return u"S-1-22-1-" + fromUtf8(std::to_string(detail::processOwnerUid()));
 }
 
 }  // namespace plat

@@ -9,6 +9,7 @@
 #include "plat/errors.h"
 #include "plat/files.h"
 #include "plat/strings.h"
+#include "process_owner.h"
 
 namespace plat {
 
@@ -21,7 +22,7 @@ bool isOurPrivateFolder(const std::string& path) {
     if (::lstat(path.c_str(), &st) != 0) {
         return false;
     }
-    if (!S_ISDIR(st.st_mode) || st.st_uid != ::geteuid() || (st.st_mode & 07777) != S_IRWXU) {
+    if (!S_ISDIR(st.st_mode) || st.st_uid != detail::processOwnerUid() || (st.st_mode & 07777) != S_IRWXU) {
         errno = EACCES;
         return false;
     }
@@ -39,7 +40,7 @@ std::string privateTempFolderPath() {
     if (base == "/") {
         base.clear();
     }
-    return base + "/velq-" + std::to_string(::geteuid());
+    return base + "/velq-" + std::to_string(detail::processOwnerUid());
 }
 
 DWORD GetTempPathW(DWORD nBufferLength, LPWSTR lpBuffer) {

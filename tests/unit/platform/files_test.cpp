@@ -211,6 +211,35 @@ TEST_F(Files, AttributesCarryTheModeAndRestoreItExactly) {
               plat::FILE_ATTRIBUTE_DIRECTORY | plat::FILE_ATTRIBUTE_READONLY);
 }
 
+// The pointer belongs to the handle: reads and writes move it by what they moved, seeks move only it.
+TEST_F(Files, EachHandleMovesItsOwnPointer) {
+    const plat::DWORD share = plat::FILE_SHARE_READ | plat::FILE_SHARE_WRITE;
+    HANDLE writer = open("shared", plat::GENERIC_READ | plat::GENERIC_WRITE, share, plat::CREATE_NEW);
+    HANDLE reader = open("shared", plat::GENERIC_READ, share, plat::OPEN_EXISTING);
+    ASSERT_NE(writer, plat::INVALID_HANDLE_VALUE);
+    ASSERT_NE(reader, plat::INVALID_HANDLE_VALUE);
+    plat::DWORD done = 0;
+    ASSERT_TRUE(plat::WriteFile(writer, "abcdef", 6, &done, nullptr));
+    char got[8] = {};
+    ASSERT_TRUE(plat::ReadFile(reader, got, 4, &done, nullptr));
+    EXPECT_EQ(std::string(got, done), "abcd");
+    ASSERT_TRUE(plat::ReadFile(reader, got, 8, &done, nullptr));
+    EXPECT_EQ(std::string(got, done), "ef");  // a short read at the end moves the pointer by what it gave
+
+    plat::LARGE_INTEGER at{};
+    ASSERT_TRUE(plat::SetFilePointerEx(writer, plat::LARGE_INTEGER{0}, &at, plat::FILE_CURRENT));
+    EXPECT_EQ(at.QuadPart, 6);
+    ASSERT_TRUE(plat::SetFilePointerEx(writer, plat::LARGE_INTEGER{-4}, nullptr, plat::FILE_CURRENT));
+    ASSERT_TRUE(plat::WriteFile(writer, "XY", 2, &done, nullptr));
+    ASSERT_TRUE(plat::SetEndOfFile(writer));  // cut where the pointer stands: "abXY"
+    ASSERT_TRUE(plat::SetFilePointerEx(reader, plat::LARGE_INTEGER{-3}, &at, plat::FILE_END));
+    EXPECT_EQ(at.QuadPart, 1);
+    ASSERT_TRUE(plat::ReadFile(reader, got, 8, &done, nullptr));
+    EXPECT_EQ(std::string(got, done), "bXY");
+    plat::CloseHandle(reader);
+    plat::CloseHandle(writer);
+}
+
 TEST_F(Files, SeeksPastFourGibibytesThroughTheHighPart) {
     HANDLE h = open("sparse", plat::GENERIC_READ | plat::GENERIC_WRITE, 0, plat::CREATE_NEW);
     ASSERT_NE(h, plat::INVALID_HANDLE_VALUE);
