@@ -27,6 +27,20 @@ struct Result {
     WINBIO_REJECT_DETAIL rejectDetail = 0;
 };
 
+// The checks of WinBioOpenSession's arguments that every backend makes the same way: a session to fill
+// (cleared first), the fingerprint factor, the system pool. S_OK when the session may be opened.
+inline HRESULT checkOpenSession(WINBIO_BIOMETRIC_TYPE factor, WINBIO_POOL_TYPE pool,
+                                WINBIO_SESSION_HANDLE* session) {
+    if (session == nullptr) {
+        return E_POINTER;
+    }
+    *session = 0;
+    if ((factor & WINBIO_TYPE_FINGERPRINT) == 0) {
+        return WINBIO_E_UNSUPPORTED_FACTOR;
+    }
+    return pool == WINBIO_POOL_SYSTEM ? S_OK : E_INVALIDARG;
+}
+
 // A subscriber of window events (plat/sensor_sim.h).
 struct Subscriber {
     sensor::WindowEventProc proc;

@@ -397,15 +397,8 @@ HRESULT FprintdBackend::enumBiometricUnits(WINBIO_BIOMETRIC_TYPE factor, WINBIO_
 
 HRESULT FprintdBackend::openSession(WINBIO_BIOMETRIC_TYPE factor, WINBIO_POOL_TYPE pool, WINBIO_SESSION_FLAGS,
                                     WINBIO_UNIT_ID*, SIZE_T, GUID*, WINBIO_SESSION_HANDLE* session) {
-    if (session == nullptr) {
-        return E_POINTER;
-    }
-    *session = 0;
-    if ((factor & WINBIO_TYPE_FINGERPRINT) == 0) {
-        return WINBIO_E_UNSUPPORTED_FACTOR;
-    }
-    if (pool != WINBIO_POOL_SYSTEM) {
-        return E_INVALIDARG;
+    if (const HRESULT hr = checkOpenSession(factor, pool, session); hr != S_OK) {
+        return hr;
     }
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_devices.empty()) {

@@ -106,14 +106,9 @@ public:
         if (failing("WinBioOpenSession", hr)) {
             return hr;
         }
-        if (session == nullptr) {
-            return E_POINTER;
-        }
-        if ((factor & WINBIO_TYPE_FINGERPRINT) == 0) {
-            return WINBIO_E_UNSUPPORTED_FACTOR;
-        }
-        if (pool != WINBIO_POOL_SYSTEM) {
-            return E_INVALIDARG;
+        hr = checkOpenSession(factor, pool, session);
+        if (hr != S_OK) {
+            return hr;
         }
         std::lock_guard<std::mutex> lock(m_mutex);
         *session = m_nextSession++;
