@@ -8,15 +8,12 @@ Usage: fprintd_test.py PROGRAM DRIVER CASE   (CASE: one of the names in CASES; "
 
 Exit status 0 when the case passes, 1 when it fails, 77 when it cannot run here (the reason is printed).
 """
-import json
 import os
 import pwd
 import select
-import shutil
 import signal
 import subprocess
 import sys
-import tempfile
 import time
 
 SKIP = 77
@@ -25,6 +22,8 @@ DEBIAN_PYTHON = "/usr/bin/python3"
 try:
     import dbus
     import fprintd_fixture
+    import velq_e2e
+    from velq_e2e import Failure
 except ImportError as missing:
     # The fixture needs Debian's python (dbus-python, dbusmock); another python on PATH may lack them.
     if sys.executable != DEBIAN_PYTHON and os.access(DEBIAN_PYTHON, os.X_OK):
@@ -52,68 +51,24 @@ TTY_WAIT_LINE = "(Ctrl-C: cancel)"
 REFUSED = {"ui": "wait", "op": "image", "id": 505}
 
 
-class Failure(Exception):
-    pass
-
-
-class Sandbox:
+class Sandbox(velq_e2e.Sandbox):
     """The program's private environment on the fixture's bus."""
 
     def __init__(self, fixture):
+        super().__init__("velq-fprintd-e2e-", "fprintd", answers=["no"] * 8,
+                         DBUS_SYSTEM_BUS_ADDRESS=fixture.address,
+                         XDG_SESSION_ID=fprintd_fixture.SESSION_ID)
         self.fixture = fixture
-        self.root = tempfile.mkdtemp(prefix="velq-fprintd-e2e-")
-        self.transcript = os.path.join(self.root, "transcript.jsonl")
-        answers = os.path.join(self.root, "answers")
-        with open(answers, "w") as f:
-            f.write("no\n" * 8)
-        self.env = {
-            "PATH": os.environ.get("PATH", "/usr/bin:/bin"),
-            "HOME": self.root,
-            "LANGUAGE": "en",
-            "LC_ALL": "C",
-            "VELQ_UI": "script",
-            "VELQ_UI_SCRIPT": answers,
-            "VELQ_UI_TRANSCRIPT": self.transcript,
-            "VELQ_WINBIO": "fprintd",
-            "VELQ_RUNTIME_DIR": os.path.join(self.root, "run"),
-            "VELQ_DATA_HOME": os.path.join(self.root, "data"),
-            "TMPDIR": self.root,
-            "DBUS_SYSTEM_BUS_ADDRESS": fixture.address,
-            "XDG_SESSION_ID": fprintd_fixture.SESSION_ID,
-        }
-        for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"):
-            if name in os.environ:
-                self.env[name] = os.environ[name]
         # GLib is not instrumented: ThreadSanitizer cannot see its locking (only read by a TSan build).
         supp = os.path.join(os.path.dirname(os.path.abspath(__file__)), "fprintd_tsan.supp")
         self.env["TSAN_OPTIONS"] = ":".join(filter(None, [os.environ.get("TSAN_OPTIONS"), "suppressions=" + supp]))
 
-    def close(self):
-        shutil.rmtree(self.root, ignore_errors=True)
-
     def file(self, name):
-        path = os.path.join(self.root, "docs", name)
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        with open(path, "wb") as f:
-            f.write(b"some text\n")
-        return path
+        return self.write(name, b"some text\n")
 
     def start(self, program, name):
         return subprocess.Popen([program, self.file(name)], env=self.env, stdout=subprocess.DEVNULL,
                                 stderr=subprocess.PIPE)
-
-    def lines(self):
-        if not os.path.exists(self.transcript):
-            return []
-        with open(self.transcript, encoding="utf-8") as f:
-            return [json.loads(line) for line in f if line.strip()]
-
-    def wait_for_line(self, line, count=1):
-        end = time.monotonic() + HANG_GUARD
-        while self.lines().count(line) < count:
-            if time.monotonic() > end:
-                raise Failure("never seen: %s" % json.dumps(line))
-            time.sleep(0.05)
 
     def messages(self):
         return [line["text"] for line in self.lines() if line.get("ui") == "messagebox"]
