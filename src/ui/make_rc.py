@@ -58,9 +58,9 @@ END
 
 def load_string_tables(folder):
     """{langid: {id: text}} of every language file, checked as the string table's build checks them."""
-    spec = importlib.util.spec_from_file_location("gen_string_table", STRINGS_GENERATOR)
-    table = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(table)
+    source = importlib.util.spec_from_file_location("gen_string_table", STRINGS_GENERATOR)
+    table = importlib.util.module_from_spec(source)
+    source.loader.exec_module(table)
     paths = sorted(os.path.join(folder, name) for name in os.listdir(folder) if name.endswith(".txt"))
     reference_path = os.path.join(folder, f"{table.REFERENCE_LANGUAGE}.txt")
     try:

@@ -8,10 +8,10 @@ target_link_libraries(velq_platform PUBLIC shlwapi shell32 user32 advapi32 ole32
 # Windows 10 API level: the thread's preferred UI languages and LocaleNameToLCID.
 target_compile_definitions(velq_platform PRIVATE _WIN32_WINNT=0x0A00 WINVER=0x0A00)
 
-# LoadStringW keeps reading the generated string table (velq_strings, src/ui) rather than a resource
-# script: posix/resources.cpp is that table's reader and makes no system call. When the program gets its
-# .rc, LoadStringW becomes a forward like the others.
-target_sources(velq_platform PRIVATE posix/resources.cpp)
+# LoadStringW reads the program's resources (generated from the same string table by src/ui/make_rc.py,
+# linked by velq_add_windows_resources), in the language that the table's rule gives for the thread;
+# posix/string_table.cpp is that rule and the table (velq_strings), which also serves useStringTable.
+target_sources(velq_platform PRIVATE posix/string_table.cpp win32/resources.cpp)
 target_link_libraries(velq_platform PRIVATE $<TARGET_NAME_IF_EXISTS:velq_strings>)
 
 # format16 stays the layer's own formatter (posix/format.cpp, no system call in it) rather than the C

@@ -40,12 +40,13 @@ LANGID tableLanguageFor(LANGID wanted);
 // The table language that the calling thread's texts come from, by the rule above.
 LANGID threadTableLanguage();
 
-// Loads the text of `uID` for the calling thread's language. `hInstance` is ignored: the program is the
-// only module with texts, and null names it.
+// Loads the text of `uID` for the calling thread's language. On POSIX `hInstance` is ignored: the program
+// is the only module with texts, and null names it. On Windows the texts are the string resources of
+// `hInstance` (null: the program), in the table language above; a table set by useStringTable stands in.
 //   - `cchBufferMax` > 0: copies at most cchBufferMax - 1 units and a NUL into `lpBuffer` and returns
 //     the units copied (a longer text is cut).
 //   - `cchBufferMax` 0: stores a read-only pointer to the whole text in *reinterpret_cast<LPCWSTR*>
-//     (lpBuffer) and returns the text's length.
+//     (lpBuffer) and returns the text's length (on Windows a pointer into the resource, without a NUL).
 // Returns 0 with ERROR_RESOURCE_NAME_NOT_FOUND when `uID` has no text (the buffer then holds an empty
 // text, or the pointer is null); 0 with ERROR_INVALID_PARAMETER for a null buffer or a negative capacity.
 int LoadStringW(HINSTANCE hInstance, UINT uID, LPWSTR lpBuffer, int cchBufferMax);
