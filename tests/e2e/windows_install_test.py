@@ -1,0 +1,264 @@
+#!/usr/bin/env python3
+"""The Windows installer under wine64: it installs silently into the tree's Wine prefix, the Explorer
+entries it registers are read back from the registry and their command lines are run as Explorer runs
+them (Wine has no Explorer, and its own ignores per-user file types), then the uninstaller takes away
+everything the installer made.
+
+Usage: windows_install_test.py INSTALLER WINE_RUN WINE64 PREFIX
+
+The command lines run with the scripted UI and the simulated sensor (the owner's finger): a file is
+encrypted through the Encrypt entry (the user's first encryption, with the key's backup) and brought back
+by the .lqvz file type's open command (a double-click: the plain-path road, its question answered Yes);
+three files selected together reach the Encrypt entry as three processes started at once, as Explorer
+starts them, and become one request (one fingerprint, one batch); the Search entry finds them.
+Exit status 0 when all of it holds, 1 when something does not, 77 when Wine or makensis is missing.
+"""
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from velq_e2e import SKIP, Failure, Skip, expect, read_transcript, remove_tree  # noqa: E402
+
+HANG_GUARD = 300  # a guard against a hang only; nothing here relies on how long anything takes
+PASSWORD = "a long backup password"
+CLASSES = "HKCU\\Software\\Classes"
+UNINSTALL_KEY = "HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VELQ"
+# Each entry's key, and the command line it must hold (INSTDIR is the install folder).
+ENTRIES = {
+    "*\\shell\\VELQEncrypt": '"{dir}\\velq.exe" collect encrypt "%1"',
+    "Directory\\shell\\VELQEncrypt": '"{dir}\\velq.exe" collect encrypt "%1"',
+    "VELQ.lqvz\\shell\\VELQDecrypt": '"{dir}\\velq.exe" collect decrypt "%1"',
+    "Directory\\shell\\VELQSearch": '"{dir}\\velq.exe" collect search "%1"',
+    "Drive\\shell\\VELQSearch": '"{dir}\\velq.exe" collect search "%1"',
+    "VELQ.lqvz\\shell\\open": '"{dir}\\VELQFileEncrypt.exe" "%1"',
+}
+# Keys that the installer may have had to make for its entries: the uninstaller leaves each as it was.
+PARENTS = ["*\\shell", "*", "Directory\\shell", "Directory", "Drive\\shell", "Drive"]
+WAIT_SHOWN = {"ui": "wait", "op": "show"}
+
+
+class Wine:
+    """Windows programs and the registry of one prefix, through the tree's wine-run.sh."""
+
+    def __init__(self, runner, wine64, prefix):
+        self.command = [runner, wine64, prefix]
+        self.prefix = prefix
+
+    def start(self, args, env=None):
+        return subprocess.Popen(self.command + args, env=env, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                text=True, errors="replace")
+
+    def run(self, args, env=None):
+        process = self.start(args, env)
+        out, err = process.communicate(timeout=HANG_GUARD)
+        if process.returncode == SKIP:
+            raise Skip("Wine cannot run here: %s" % err.strip())
+        return process.returncode, out, err
+
+    def registry(self, key):
+        """Every key under `key` (itself included) as {lower-case path: {value name: value}}, "" naming
+        the default value; empty when `key` is not there. One `reg export`: a query per value costs a
+        Wine start each."""
+        exported = self.prefix + ".velq-install-test.reg"
+        status, _, _ = self.run(["reg", "export", key, Wine.windows_path(exported), "/y"])
+        if status != 0:
+            return {}
+        with open(exported, "rb") as f:
+            text = f.read().decode("utf-16")
+        os.remove(exported)
+        keys, current = {}, None
+        for line in text.splitlines():
+            if line.startswith("[") and line.endswith("]"):
+                current = keys.setdefault(line[1:-1].lower(), {})
+            elif current is not None and "=" in line:
+                name, value = re.match(r'(@|"(?:[^"\\]|\\.)*")=(.*)', line).groups()
+                name = "" if name == "@" else unescape(name[1:-1])
+                current[name] = unescape(value[1:-1]) if value.startswith('"') else value
+        return keys
+
+    def unix_path(self, windows):
+        """C:\\... inside the prefix, Z:\\... (the prefix's view of /) outside it."""
+        drive, rest = windows[0].lower(), windows[2:].replace("\\", "/")
+        return os.path.join(self.prefix, "drive_c") + rest if drive == "c" else rest
+
+    @staticmethod
+    def windows_path(unix):
+        return "Z:" + unix.replace("/", "\\")
+
+
+def unescape(text):
+    return re.sub(r"\\(.)", r"\1", text)
+
+
+def split_command(line, item):
+    """The program and arguments of an entry's command line, with `item` for %1, as Explorer starts them
+    (quoted parts are one argument each; %1 is quoted in every entry)."""
+    return [part.strip('"').replace("%1", item) for part in re.findall(r'"[^"]*"|\S+', line)]
+
+
+class Desk:
+    """A private folder for the requests (files, answers, transcript, sensor, data home) and the
+    environment of the entries' programs, with Windows paths."""
+
+    def __init__(self):
+        self.root = tempfile.mkdtemp(prefix="velq-windows-install-")
+        self.docs = os.path.join(self.root, "docs")
+        os.makedirs(self.docs)
+        self.answers = os.path.join(self.root, "answers")
+        self.transcript = os.path.join(self.root, "transcript.jsonl")
+        sensor = os.path.join(self.root, "sensor")
+        with open(sensor, "w") as f:
+            f.write("enrolled self 2\ntouch self\n")
+        self.backup = os.path.join(self.root, "backup.key")
+        w = Wine.windows_path
+        self.env = dict(os.environ, LANGUAGE="en", VELQ_UI="script", VELQ_UI_SCRIPT=w(self.answers),
+                        VELQ_UI_TRANSCRIPT=w(self.transcript), VELQ_WINBIO="sim", VELQ_WINBIO_SIM=w(sensor),
+                        VELQ_DATA_HOME=w(os.path.join(self.root, "data")), VELQ_COLLECT_QUIET_MS="5000")
+
+    def file(self, name, data):
+        path = os.path.join(self.docs, name)
+        with open(path, "wb") as f:
+            f.write(data)
+        return path
+
+    def requests(self, answers):
+        """Answers for what comes next; the transcript starts anew."""
+        with open(self.answers, "w") as f:
+            f.write("".join(line + "\n" for line in answers))
+        if os.path.exists(self.transcript):
+            os.remove(self.transcript)
+
+    def lines(self):
+        return read_transcript(self.transcript)
+
+
+def run_entry(wine, desk, command, path):
+    status, out, err = wine.run(split_command(command, Wine.windows_path(path)), desk.env)
+    expect(status == 0, "%s on %s ended with %d: %s%s" % (command, path, status, out, err))
+
+
+def install_location(wine):
+    """Where the uninstall key says VELQ is installed; None when it is not."""
+    return wine.registry(UNINSTALL_KEY).get(UNINSTALL_KEY.replace("HKCU", "HKEY_CURRENT_USER").lower(),
+                                             {}).get("InstallLocation")
+
+
+def uninstall(wine, location):
+    """Runs the uninstaller silently and waits for its end: it copies itself away and returns at once,
+    then removes the folder and, last, its own key."""
+    status, _, err = wine.run([location + "\\uninstall.exe", "/S"])
+    expect(status == 0, "the uninstaller ended with %d: %s" % (status, err))
+    folder = wine.unix_path(location)
+    for _ in range(HANG_GUARD * 2):
+        if not os.path.exists(folder) and not wine.registry(UNINSTALL_KEY):
+            return
+        time.sleep(0.5)
+    raise Failure("the uninstaller never finished: %s or its key is still there" % folder)
+
+
+def classes_key(key):
+    return ("HKEY_CURRENT_USER\\Software\\Classes\\" + key).lower()
+
+
+def check_entries(classes, location):
+    """The entries in `classes` (a registry() of the classes) hold the commands of the installed programs."""
+    for key, wanted in ENTRIES.items():
+        command = classes.get(classes_key(key + "\\command"), {}).get("")
+        expect(command == wanted.format(dir=location), "%s holds %r" % (key, command))
+        if "collect" in wanted:
+            model = classes.get(classes_key(key), {}).get("MultiSelectModel")
+            expect(model == "Player", "%s is offered for a selection of %r" % (key, model))
+    expect(classes.get(classes_key(".lqvz"), {}).get("") == "VELQ.lqvz", ".lqvz is not VELQ's file type")
+
+
+def check_requests(wine, desk, location):
+    encrypt = ENTRIES["*\\shell\\VELQEncrypt"].format(dir=location)
+    open_lqvz = ENTRIES["VELQ.lqvz\\shell\\open"].format(dir=location)
+    search = ENTRIES["Directory\\shell\\VELQSearch"].format(dir=location)
+
+    notes = desk.file("notes.txt", b"meeting notes\n")
+    desk.requests(["no", "ok", "export %s\t%s" % (Wine.windows_path(desk.backup), PASSWORD)])
+    run_entry(wine, desk, encrypt, notes)
+    expect(os.path.exists(notes + ".lqvz") and not os.path.exists(notes),
+           "Encrypt did not encrypt notes.txt: %s" % desk.lines())
+    desk.requests(["yes"])
+    run_entry(wine, desk, open_lqvz, notes + ".lqvz")
+    with open(notes, "rb") as f:
+        expect(f.read() == b"meeting notes\n", "the double-click did not bring notes.txt back")
+    expect(not os.path.exists(notes + ".lqvz"), "notes.txt.lqvz is still there after the double-click")
+
+    selected = [desk.file("selected %d.txt" % n, b"item %d\n" % n) for n in range(3)]
+    desk.requests([])
+    processes = [wine.start(split_command(encrypt, Wine.windows_path(p)), desk.env) for p in selected]
+    for process in processes:
+        _, err = process.communicate(timeout=HANG_GUARD)
+        expect(process.returncode == 0, "an Encrypt process of the selection ended with %d: %s" %
+               (process.returncode, err))
+    for path in selected:
+        expect(os.path.exists(path + ".lqvz"), "%s was not encrypted: %s" % (path, desk.lines()))
+    shown = desk.lines().count(WAIT_SHOWN)
+    expect(shown == 1, "the selection of three asked for a finger %d times, not once" % shown)
+
+    desk.requests([])
+    run_entry(wine, desk, search, desk.docs)
+    found = [line for line in desk.lines() if line.get("ui") == "search"]
+    expect(found and len(found[-1]["results"]) == 3, "Search did not find the three files: %s" % found)
+
+
+def main(argv):
+    if len(argv) != 5:
+        print(__doc__.split("\n\n")[1], file=sys.stderr)
+        return 2
+    installer, runner, wine64, prefix = argv[1:]
+    try:
+        if not os.access(wine64, os.X_OK):
+            raise Skip("wine64 is not installed")
+        if not os.path.isfile(installer):
+            if shutil.which("makensis") is None:
+                raise Skip("makensis is not installed (Debian package nsis): no installer")
+            raise Failure("%s is not there: build the installer target" % installer)
+        wine = Wine(runner, wine64, prefix)
+        earlier = install_location(wine)
+        if earlier:  # left by a run that failed half-way
+            uninstall(wine, earlier)
+        classes = wine.registry(CLASSES)
+        before = {key: classes_key(key) in classes for key in PARENTS}
+
+        status, _, err = wine.run([installer, "/S"])
+        expect(status == 0, "the installer ended with %d: %s" % (status, err))
+        location = install_location(wine)
+        expect(location and location.lower().endswith("\\appdata\\local\\programs\\velq"),
+               "installed into %r, not the user's programs folder" % location)
+        for name in ("VELQFileEncrypt.exe", "velq.exe", "uninstall.exe"):
+            expect(os.path.isfile(os.path.join(wine.unix_path(location), name)), "%s is not installed" % name)
+        check_entries(wine.registry(CLASSES), location)
+        desk = Desk()
+        try:
+            check_requests(wine, desk, location)
+        finally:
+            remove_tree(desk.root)
+
+        uninstall(wine, location)
+        classes = wine.registry(CLASSES)
+        for key in list(ENTRIES) + [".lqvz", "VELQ.lqvz"]:
+            expect(classes_key(key) not in classes, "%s is left after uninstalling" % key)
+        for key, existed in before.items():
+            expect((classes_key(key) in classes) == existed,
+                   "%s was %s before and is not now" % (key, "there" if existed else "not there"))
+    except Skip as reason:
+        print("SKIP: %s" % reason)
+        return SKIP
+    except (Failure, subprocess.TimeoutExpired) as failure:
+        print("FAILED: %s" % failure)
+        return 1
+    print("passed")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv))
