@@ -1,6 +1,5 @@
 #include "common/VELQKey.h"
 
-#include <unistd.h>
 #include <zlib.h>
 
 #include <cstring>
@@ -11,6 +10,7 @@
 #include "common/VELQUserDirectory.h"
 #include "common/crypto/Crypto.h"
 #include "diag/DbgLog.h"
+#include "plat/security.h"
 #include "plat/strings.h"
 
 using plat::HRESULT;
@@ -177,7 +177,8 @@ long VELQKey::createKey(VELQKey** ppKey) {
         VELQ_LOG(DBG_LEVEL_ERR, u" (VELQKey::createKey)", u"Error Code: 0x%x", plat::E_FAIL);
         return plat::E_FAIL;
     }
-    *ppKey = new VELQKey(key.bytes, "S-1-22-1-" + std::to_string(::geteuid()), id);
+    // The key is bound to the SID of the account that runs the process (the token's user on Windows).
+    *ppKey = new VELQKey(key.bytes, plat::toUtf8(plat::processOwnerSidText()), id);
     return S_OK;
 }
 

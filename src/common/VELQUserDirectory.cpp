@@ -1,15 +1,12 @@
 #include "common/VELQUserDirectory.h"
 
-#include <pwd.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <string_view>
-#include <vector>
 
 #include "common/SecureFile.h"
 #include "diag/DbgLog.h"
 #include "plat/strings.h"
+#include "plat/user_account.h"
 
 namespace {
 
@@ -18,20 +15,8 @@ std::string environmentValue(const char* name) {
     return value == nullptr ? std::string() : std::string(value);
 }
 
-// The home folder of the effective user from the account database, for a process without $HOME.
-std::string accountHome() {
-    struct passwd entry {};
-    struct passwd* found = nullptr;
-    std::vector<char> buffer(16384);
-    if (::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || found == nullptr ||
-        found->pw_dir == nullptr) {
-        return {};
-    }
-    return found->pw_dir;
-}
-
-std::string withoutTrailingSlashes(std::string path) {
-    while (path.size() > 1 && path.back() == '/') {
+std::u16string withoutTrailingSeparators(std::u16string path) {
+    while (path.size() > 1 && (path.back() == u'/' || path.back() == u'\\')) {
         path.pop_back();
     }
     return path;
@@ -68,41 +53,21 @@ bool isThisDomain(std::u16string_view domain) {
 namespace velqdir {
 
 std::u16string dataHome() {
-    std::string home = environmentValue("VELQ_DATA_HOME");
-    if (home.empty()) {
-        std::string xdg = environmentValue("XDG_DATA_HOME");
-        if (xdg.empty() || xdg.front() != '/') {  // a relative XDG value is to be ignored
-            std::string userHome = environmentValue("HOME");
-            if (userHome.empty()) {
-                userHome = accountHome();
-            }
-            if (userHome.empty()) {
-                return {};
-            }
-            xdg = withoutTrailingSlashes(userHome) + "/.local/share";
-        }
-        home = withoutTrailingSlashes(xdg) + "/velq";
+    const std::string chosen = environmentValue("VELQ_DATA_HOME");
+    if (!chosen.empty()) {
+        return withoutTrailingSeparators(plat::fromUtf8(chosen));
     }
-    return plat::fromUtf8(withoutTrailingSlashes(home));
+    const std::u16string base = plat::userDataFolder();
+    return base.empty() ? std::u16string() : base + u"/velq";
 }
 
 std::u16string hostDomain() {
-    char name[256] = {};
-    if (::gethostname(name, sizeof(name) - 1) != 0) {
-        return {};
-    }
-    return plat::fromUtf8(name);
+    return plat::hostName();
 }
 
 std::u16string currentAccountName() {
-    struct passwd entry {};
-    struct passwd* found = nullptr;
-    std::vector<char> buffer(16384);
-    if (::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || found == nullptr ||
-        found->pw_name == nullptr) {
-        return {};
-    }
-    return plat::fromUtf8(found->pw_name);
+    plat::UserAccount account;
+    return plat::processOwnerAccount(account) ? account.name : std::u16string();
 }
 
 }  // namespace velqdir

@@ -1,9 +1,12 @@
 // Where the common component keeps a user's data on this machine.
 //
-// Every path lies under the data home: $VELQ_DATA_HOME, else ${XDG_DATA_HOME:-$HOME/.local/share}/velq.
+// Every path lies under the data home: $VELQ_DATA_HOME, else <the user's data folder>/velq (POSIX:
+// ${XDG_DATA_HOME:-$HOME/.local/share}; Windows: the local application data folder, see
+// plat/user_account.h).
 // A user's application directory is <data home>/users/<user name>; in it live the root key file
 // "root.key", the machine secret "machine.secret" that binds key files to this machine, and the user
-// record "user.rec". Folders are made with mode 0700, files with 0600.
+// record "user.rec". They are the user's alone (POSIX: folders 0700, files 0600; Windows: the profile's
+// access list).
 //
 // The domain given to these calls must be empty or this machine's domain (its host name, compared
 // ignoring case): users of other domains have no folder here. The third text names an item inside the

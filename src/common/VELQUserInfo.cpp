@@ -1,8 +1,5 @@
 #include "common/VELQUserInfo.h"
 
-#include <pwd.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <charconv>
 #include <memory>
@@ -14,6 +11,7 @@
 #include "common/VELQUserDirectory.h"
 #include "diag/DbgLog.h"
 #include "plat/strings.h"
+#include "plat/user_account.h"
 
 using plat::HRESULT;
 
@@ -57,21 +55,24 @@ UserStore& store() {
     return instance;
 }
 
-std::unique_ptr<VELQUserInfo> userFromEntry(const struct passwd& entry) {
-    return std::make_unique<VELQUserInfo>(static_cast<unsigned int>(entry.pw_uid),
-                                          plat::fromUtf8(entry.pw_name), velqdir::hostDomain());
+std::unique_ptr<VELQUserInfo> userFromAccount(const plat::UserAccount& account) {
+    return std::make_unique<VELQUserInfo>(static_cast<unsigned int>(account.id), account.name,
+                                          velqdir::hostDomain(), account.sidText);
 }
 
 }  // namespace
 
-VELQUserInfo::VELQUserInfo(unsigned int uid, std::u16string userName, std::u16string domain)
+VELQUserInfo::VELQUserInfo(unsigned int uid, std::u16string userName, std::u16string domain,
+                           std::u16string sidText)
     : m_uid(uid),
       m_strUserName(std::move(userName)),
       m_strDomain(std::move(domain)),
+      m_strSid(std::move(sidText)),
       m_nFingerprintCount(0) {}
 
 std::u16string VELQUserInfo::getVELQSID() const {
-    return plat::fromUtf8("S-1-22-1-" + std::to_string(m_uid));
+    // Without a SID of the system's, the account stands for the POSIX user of that uid.
+    return m_strSid.empty() ? plat::fromUtf8("S-1-22-1-" + std::to_string(m_uid)) : m_strSid;
 }
 
 long VELQUserInfo::load(long /*flags*/) {
@@ -110,16 +111,13 @@ VELQUserInfo* VELQUserInfoManager::getCurrentProcessOwner() {
     UserStore& users = store();
     std::lock_guard<std::mutex> guard(users.lock);
     if (!users.owner) {
-        struct passwd entry {};
-        struct passwd* found = nullptr;
-        std::vector<char> buffer(16384);
-        if (::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found) != 0 ||
-            found == nullptr) {
+        plat::UserAccount account;
+        if (!plat::processOwnerAccount(account)) {
             VELQ_LOG(DBG_LEVEL_ERR, u" (VELQUserInfoManager::getCurrentProcessOwner)", u"Error Code: 0x%x",
                      plat::E_FAIL);
             return nullptr;
         }
-        users.owner = userFromEntry(entry);
+        users.owner = userFromAccount(account);
     }
     return users.owner.get();
 }
@@ -133,12 +131,10 @@ long VELQUserInfoManager::initUsers(int what) {
     if (users.listed) {
         return plat::S_FALSE;
     }
-    // getpwent keeps one cursor per process; the store's lock keeps our own callers apart.
-    ::setpwent();
-    while (const struct passwd* entry = ::getpwent()) {
-        users.all.push_back(userFromEntry(*entry));
+    // The store's lock keeps our own callers of the system's account list apart.
+    for (const plat::UserAccount& account : plat::machineAccounts()) {
+        users.all.push_back(userFromAccount(account));
     }
-    ::endpwent();
     std::stable_sort(users.all.begin(), users.all.end(), [](const auto& left, const auto& right) {
         return std::make_pair(left->getUid(), left->getUserName()) <
                std::make_pair(right->getUid(), right->getUserName());

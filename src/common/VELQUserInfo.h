@@ -1,4 +1,5 @@
-// The users of this machine: its accounts. The domain is the host name, the SID text "S-1-22-1-<uid>".
+// The users of this machine: its accounts. The domain is the host name; the SID text is the system's
+// (POSIX: "S-1-22-1-<uid>"; Windows: the account's SID).
 // Each user has a small record in the application directory ("user.rec"): the number of fingerprints
 // last seen enrolled.
 #pragma once
@@ -10,7 +11,9 @@
 
 class VELQUserInfo {
 public:
-    VELQUserInfo(unsigned int uid, std::u16string userName, std::u16string domain);
+    // `sidText` empty: the POSIX account of `uid` ("S-1-22-1-<uid>").
+    VELQUserInfo(unsigned int uid, std::u16string userName, std::u16string domain,
+                 std::u16string sidText = {});
     VELQUserInfo(const VELQUserInfo& other) = default;
     VELQUserInfo& operator=(const VELQUserInfo& other) = default;
     ~VELQUserInfo() = default;
@@ -19,7 +22,7 @@ public:
     std::u16string getUserName() const { return m_strUserName; }
     // "DOMAIN\user".
     std::u16string getDomainUserName() const { return m_strDomain + u"\\" + m_strUserName; }
-    // "S-1-22-1-<uid>".
+    // The SID text: the one given, else "S-1-22-1-<uid>".
     std::u16string getVELQSID() const;
 
     // Reads the user record into the fingerprint count. 0 on success; S_FALSE (1) when the user has no
@@ -30,7 +33,7 @@ public:
     // 0 on success, else the failing call's errno as an HRESULT. `flags` is reserved: pass 0.
     long save(long flags);
 
-    // The account's numeric id.
+    // The account's numeric id (POSIX: the uid; Windows: the RID of its SID).
     unsigned int getUid() const { return m_uid; }
 
     void setFingerprintCount(plat::ULONG count) { m_nFingerprintCount = count; }
@@ -40,6 +43,7 @@ private:
     unsigned int m_uid;
     std::u16string m_strUserName;
     std::u16string m_strDomain;
+    std::u16string m_strSid;
     plat::ULONG m_nFingerprintCount;
 };
 
@@ -52,7 +56,7 @@ public:
     // call until releaseUsers.
     static VELQUserInfo* getCurrentProcessOwner();
 
-    // With a nonzero `what`, reads every account of the machine, ordered by uid and then name, for
+    // With a nonzero `what`, reads every account of the machine, ordered by id and then name, for
     // getAllUsers. 0 on success; S_FALSE when the list is there already (it stays, and so do its
     // pointers); E_INVALIDARG for 0.
     static long initUsers(int what);

@@ -1,9 +1,5 @@
 #include "diag/DbgLog.h"
 
-#include <fcntl.h>
-#include <pwd.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -13,14 +9,16 @@
 #include <string>
 
 #include "plat/format.h"
+#include "plat/paths.h"
 #include "plat/profile.h"
+#include "plat/streams.h"
 #include "plat/strings.h"
+#include "plat/user_account.h"
 
 namespace {
 
 constexpr std::size_t kLineCapacity = 512;
 constexpr std::size_t kPathCapacity = plat::MAX_PATH;
-constexpr char16_t kPathSeparator = u'/';
 constexpr const char16_t* kSection = u"LOG";
 // Before the settings are read, every level passes the first comparison and reaches the read.
 constexpr int kSettingsUnread = INT_MAX;
@@ -56,24 +54,6 @@ DbgLogState& state() {
     return s_state;
 }
 
-// The per-user default of "LogFile": ${XDG_STATE_HOME:-$HOME/.local/state}/velq/log/log.txt.
-std::u16string defaultLogFile() {
-#ifdef _WIN32
-    return u"C:\\Users\\Public\\Kelmora\\VELQ\\Log\\log.txt";
-#else
-    const char* stateHome = std::getenv("XDG_STATE_HOME");
-    if (stateHome != nullptr && stateHome[0] == '/') {
-        return plat::fromUtf8(stateHome) + u"/velq/log/log.txt";
-    }
-    const char* home = std::getenv("HOME");
-    if (home == nullptr || home[0] != '/') {
-        const passwd* account = ::getpwuid(::getuid());
-        home = account != nullptr ? account->pw_dir : "";
-    }
-    return plat::fromUtf8(home) + u"/.local/state/velq/log/log.txt";
-#endif
-}
-
 // "DbgLog.ini" in the folder of the running program; empty when its path is unavailable.
 std::u16string configurationPathBesideProgram() {
     char16_t program[kPathCapacity];
@@ -81,9 +61,9 @@ std::u16string configurationPathBesideProgram() {
     if (length == 0 || length >= kPathCapacity) {
         return {};
     }
-    const std::u16string path(program, length);
-    const std::size_t slash = path.rfind(kPathSeparator);
-    return slash == std::u16string::npos ? std::u16string() : path.substr(0, slash + 1) + u"DbgLog.ini";
+    program[length] = u'\0';
+    const std::size_t folderLength = static_cast<std::size_t>(plat::PathFindFileNameW(program) - program);
+    return folderLength == 0 ? std::u16string() : std::u16string(program, folderLength) + u"DbgLog.ini";
 }
 
 int readInt(const char16_t* key, int fallback, const std::u16string& file) {
@@ -96,7 +76,7 @@ DbgLogSettings readSettings(const std::u16string& file) {
     s.level = level >= DBG_LEVEL_ERR && level <= DBG_LEVEL_TRC ? level : 0;
     const int destination = readInt(u"Destination", 0, file);
     s.destination = destination >= 0 && destination <= 4 ? destination : 0;
-    const std::u16string fallback = defaultLogFile();
+    const std::u16string fallback = plat::defaultLogFile();
     char16_t logFile[kPathCapacity + 1];
     const plat::DWORD length = plat::GetPrivateProfileStringW(kSection, u"LogFile", fallback.c_str(), logFile,
                                                               kPathCapacity + 1, file.c_str());
@@ -125,30 +105,23 @@ void ensureSettings(DbgLogState& log) {
 }
 
 // Opens the log file: "LogFile" with its variables expanded; a missing folder is created once.
-// Owner-only, since lines name the user's files.
+// Owner-only where the system lets us choose (see plat/streams.h), since lines name the user's files.
 std::FILE* openLogFile(const std::u16string& logFile, bool append) {
     char16_t expanded[kPathCapacity];
     const plat::DWORD needed = plat::ExpandEnvironmentStringsW(logFile.c_str(), expanded, kPathCapacity);
     if (needed == 0 || needed > kPathCapacity) {
         return nullptr;
     }
-    const std::string path = plat::toUtf8(expanded);
-    const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (append ? O_APPEND : O_TRUNC);
-    int fd = ::open(path.c_str(), flags, 0600);
-    if (fd < 0 && errno == ENOENT) {
-        const std::u16string folder(expanded);
-        const std::size_t slash = folder.rfind(kPathSeparator);
-        if (slash != std::u16string::npos && slash > 0) {
-            plat::SHCreateDirectoryExW(nullptr, folder.substr(0, slash).c_str(), nullptr);
-            fd = ::open(path.c_str(), flags, 0600);
+    const std::u16string path(expanded);
+    const plat::StreamMode mode = append ? plat::StreamMode::kAppend : plat::StreamMode::kReplace;
+    std::FILE* stream = plat::openStream(path, mode);
+    if (stream == nullptr && errno == ENOENT) {
+        // The folder: everything before the last separator (a name without one has no folder to make).
+        const std::size_t nameStart = static_cast<std::size_t>(plat::PathFindFileNameW(expanded) - expanded);
+        if (nameStart > 1) {
+            plat::SHCreateDirectoryExW(nullptr, path.substr(0, nameStart - 1).c_str(), nullptr);
+            stream = plat::openStream(path, mode);
         }
-    }
-    if (fd < 0) {
-        return nullptr;
-    }
-    std::FILE* stream = ::fdopen(fd, append ? "a" : "w");
-    if (stream == nullptr) {
-        ::close(fd);
     }
     return stream;
 }
@@ -224,13 +197,7 @@ const char16_t* sourceName(const char16_t* file, int sourceFileFormat) {
     if (file == nullptr || sourceFileFormat == 1) {
         return file;
     }
-    const char16_t* name = file;
-    for (const char16_t* p = file; *p != u'\0'; ++p) {
-        if (*p == kPathSeparator) {
-            name = p + 1;
-        }
-    }
-    return name;
+    return plat::PathFindFileNameW(file);
 }
 
 // The line as UTF-8 in `out` (room for 3 bytes a unit). Lone surrogates become U+FFFD.

@@ -9,12 +9,6 @@
 // velq waits until the program signals that it holds the mapping (at most VELQ_HANDOFF_TIMEOUT seconds,
 // default 30), gives the objects up, waits for the program to end and exits with its status. Exit status
 // 2 for wrong use, 1 when the hand-off cannot be set up or the program cannot be started.
-#include <spawn.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,12 +17,12 @@
 #include <string>
 #include <vector>
 
+#include "plat/child_process.h"
 #include "plat/errors.h"
+#include "plat/files.h"
 #include "plat/handle.h"
 #include "plat/named.h"
 #include "plat/strings.h"
-
-extern char** environ;
 
 namespace {
 
@@ -69,21 +63,41 @@ struct HandOffLists {
 
 bool isLqvz(const std::string& path) {
     const std::string extension = std::filesystem::path(path).extension().string();
-    return extension.size() == 5 && ::strncasecmp(extension.c_str(), ".lqvz", 5) == 0;
-}
-
-// A folder on another device than its parent (or the root) is where a medium is mounted.
-bool isMountPoint(const std::string& path) {
-    struct stat self {};
-    struct stat parent {};
-    if (::stat(path.c_str(), &self) != 0) {
+    if (extension.size() != 5) {
         return false;
     }
-    const std::string parentPath = std::filesystem::path(path).parent_path().string();
-    if (path == "/" || ::stat(parentPath.c_str(), &parent) != 0) {
-        return true;
+    for (std::size_t i = 0; i < extension.size(); ++i) {
+        const char lower = extension[i] >= 'A' && extension[i] <= 'Z'
+                               ? static_cast<char>(extension[i] - 'A' + 'a')
+                               : extension[i];
+        if (lower != ".lqvz"[i]) {
+            return false;
+        }
     }
-    return self.st_dev != parent.st_dev;
+    return true;
+}
+
+// Why a path cannot be looked at, from the last error of the failed look-up.
+std::string lookUpFailure() {
+    switch (plat::GetLastError()) {
+        case plat::ERROR_FILE_NOT_FOUND:
+        case plat::ERROR_PATH_NOT_FOUND:
+            return "No such file or directory";
+        case plat::ERROR_ACCESS_DENIED:
+            return "Permission denied";
+        default:
+            return "error " + std::to_string(plat::GetLastError());
+    }
+}
+
+// The absolute, normal form of a path as the program receives it: without a trailing separator, except
+// for a root.
+std::string absolutePath(const std::string& given, std::error_code& error) {
+    std::filesystem::path path = std::filesystem::absolute(given, error).lexically_normal();
+    if (path.has_relative_path() && !path.has_filename()) {
+        path = path.parent_path();
+    }
+    return path.string();
 }
 
 // Sorts `paths` for `verb` as a file manager's extension offers them: what the verb cannot take is left
@@ -91,12 +105,14 @@ bool isMountPoint(const std::string& path) {
 bool sortPaths(const std::string& verb, const std::vector<std::string>& paths, HandOffLists& lists) {
     for (const std::string& given : paths) {
         std::error_code error;
-        const std::string path = std::filesystem::absolute(given, error).lexically_normal().string();
-        const std::string clean =
-            path.size() > 1 && path.back() == '/' ? path.substr(0, path.size() - 1) : path;
-        struct stat info {};
-        if (error || ::stat(clean.c_str(), &info) != 0) {
-            std::fprintf(stderr, "velq: %s: %s\n", given.c_str(), std::strerror(errno != 0 ? errno : ENOENT));
+        const std::string clean = absolutePath(given, error);
+        const plat::DWORD attributes =
+            error ? plat::INVALID_FILE_ATTRIBUTES : plat::GetFileAttributesW(plat::fromUtf8(clean).c_str());
+        if (attributes == plat::INVALID_FILE_ATTRIBUTES) {
+            if (error) {
+                plat::SetLastError(plat::ERROR_FILE_NOT_FOUND);
+            }
+            std::fprintf(stderr, "velq: %s: %s\n", given.c_str(), lookUpFailure().c_str());
             return false;
         }
         if (clean.find(';') != std::string::npos) {
@@ -104,11 +120,11 @@ bool sortPaths(const std::string& verb, const std::vector<std::string>& paths, H
                          given.c_str());
             return false;
         }
-        const bool bFolder = S_ISDIR(info.st_mode);
+        const bool bFolder = (attributes & plat::FILE_ATTRIBUTE_DIRECTORY) != 0;
         if (verb == "search") {
             if (!bFolder) {
                 std::fprintf(stderr, "velq: %s: not a folder, left out\n", given.c_str());
-            } else if (isMountPoint(clean)) {
+            } else if (plat::isVolumeRoot(plat::fromUtf8(clean))) {
                 lists.media.push_back(clean);
             } else {
                 lists.folders.push_back(clean);
@@ -146,18 +162,19 @@ std::string programPath() {
     if (const char* chosen = std::getenv("VELQ_PROGRAM"); chosen != nullptr && *chosen != '\0') {
         return chosen;
     }
-    std::error_code error;
-    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (!error) {
-        for (const char* relative :
-             {"VELQFileEncrypt", "../src/app/VELQFileEncrypt", "../../src/app/VELQFileEncrypt"}) {
-            const std::filesystem::path candidate = self.parent_path() / relative;
-            if (::access(candidate.c_str(), X_OK) == 0) {
-                return candidate.lexically_normal().string();
+    const std::u16string name = plat::programFileName(u"VELQFileEncrypt");
+    const std::u16string folder = plat::programFolder();
+    if (!folder.empty()) {
+        for (const char16_t* relative : {u"/", u"/../src/app/", u"/../../src/app/"}) {
+            const std::u16string candidate = folder + relative + name;
+            const plat::DWORD attributes = plat::GetFileAttributesW(candidate.c_str());
+            if (attributes != plat::INVALID_FILE_ATTRIBUTES &&
+                (attributes & plat::FILE_ATTRIBUTE_DIRECTORY) == 0) {
+                return std::filesystem::path(plat::toUtf8(candidate)).lexically_normal().string();
             }
         }
     }
-    return "VELQFileEncrypt";
+    return plat::toUtf8(name);
 }
 
 unsigned timeoutSeconds() {
@@ -180,7 +197,7 @@ public:
 
     // Creates the mapping (`bytes` UTF-16LE bytes of `units` then zeros) and the unsignalled event.
     bool create(const std::u16string& units, std::size_t bytes) {
-        const std::string stem = "velq-handoff-" + std::to_string(::getpid());
+        const std::string stem = "velq-handoff-" + std::to_string(plat::currentProcessId());
         m_mapping = plat::fromUtf8(stem + "-map");
         m_event = plat::fromUtf8(stem + "-event");
         m_hMapping = plat::CreateFileMappingW(plat::INVALID_HANDLE_VALUE, nullptr, plat::PAGE_READWRITE, 0,
@@ -231,25 +248,14 @@ private:
     plat::HANDLE m_hEvent = nullptr;
 };
 
-int exitStatusOf(int status) {
-    if (WIFSIGNALED(status)) {
-        std::fprintf(stderr, "velq: VELQFileEncrypt ended by signal %d\n", WTERMSIG(status));
-        return 128 + WTERMSIG(status);
-    }
-    return WEXITSTATUS(status);
-}
-
 // Starts the program with `line`, waits for its signal (with the time limit) or its end, gives the
 // objects up, then waits for the program's end and returns its exit status.
 int runHandOff(HandOffObjects& objects, const std::string& line) {
     const std::string program = programPath();
-    char* argv[] = {const_cast<char*>(program.c_str()), const_cast<char*>(line.c_str()), nullptr};
-    pid_t pid = 0;
-    const int spawnError = program.find('/') != std::string::npos
-                               ? ::posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv, environ)
-                               : ::posix_spawnp(&pid, program.c_str(), nullptr, nullptr, argv, environ);
-    if (spawnError != 0) {
-        std::fprintf(stderr, "velq: cannot start %s: %s\n", program.c_str(), std::strerror(spawnError));
+    plat::ChildProcess child;
+    std::string failure;
+    if (!child.start(plat::fromUtf8(program), plat::fromUtf8(line), failure)) {
+        std::fprintf(stderr, "velq: cannot start %s: %s\n", program.c_str(), failure.c_str());
         return kFailed;
     }
     const unsigned limitMs = timeoutSeconds() * 1000;
@@ -259,7 +265,7 @@ int runHandOff(HandOffObjects& objects, const std::string& line) {
         if (objects.signalled(50)) {
             break;
         }
-        if (::waitpid(pid, &status, WNOHANG) == pid) {
+        if (child.ended(0, status)) {
             bEnded = true;
             if (!objects.signalled(0)) {
                 std::fputs("velq: VELQFileEncrypt ended without taking the hand-off\n", stderr);
@@ -273,15 +279,14 @@ int runHandOff(HandOffObjects& objects, const std::string& line) {
         }
     }
     objects.release();
-    while (!bEnded) {
-        if (::waitpid(pid, &status, 0) == pid) {
-            bEnded = true;
-        } else if (errno != EINTR) {
-            std::perror("velq: waitpid");
-            return kFailed;
-        }
+    if (!bEnded && !child.ended(plat::INFINITE, status)) {
+        std::fputs("velq: cannot wait for VELQFileEncrypt\n", stderr);
+        return kFailed;
     }
-    return exitStatusOf(status);
+    if (child.endingSignal() != 0) {
+        std::fprintf(stderr, "velq: VELQFileEncrypt ended by signal %d\n", child.endingSignal());
+    }
+    return status;
 }
 
 int handOffPaths(const std::string& verb, const std::vector<std::string>& paths) {

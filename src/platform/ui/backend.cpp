@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -8,7 +6,7 @@
 #include "ui/backend_choice.h"
 #include "ui/gtk_backend.h"
 #include "ui/script_backend.h"
-#include "ui/tty_backend.h"
+#include "ui/terminal_choice.h"
 
 namespace plat::ui {
 
@@ -20,8 +18,9 @@ Backend* g_pBackend = nullptr;
 
 std::unique_ptr<Backend> makeBackend() {
     std::string warning;
-    const bool stdinIsTerminal = ::isatty(STDIN_FILENO) == 1;
-    const bool stderrIsTerminal = ::isatty(STDERR_FILENO) == 1;
+    bool stdinIsTerminal = false;
+    bool stderrIsTerminal = false;
+    terminalsAttached(stdinIsTerminal, stderrIsTerminal);
     std::string_view name = chooseBackendName(
         std::getenv("VELQ_UI"), stdinIsTerminal, stderrIsTerminal,
         displayNamed(std::getenv("DISPLAY"), std::getenv("WAYLAND_DISPLAY")), gtkBuiltIn(), warning);
@@ -37,8 +36,12 @@ std::unique_ptr<Backend> makeBackend() {
         name = chooseBackendName(nullptr, stdinIsTerminal, stderrIsTerminal, false, false, warning);
         std::fprintf(stderr, "VELQ_UI: %s; using %s.\n", failure.c_str(), std::string(name).c_str());
     }
+    // The native Windows UI (src/platform/ui/win32_*) joins the choice here, as the desktop UI above.
     if (name == "tty") {
-        return std::make_unique<TtyBackend>("/dev/tty");
+        if (std::unique_ptr<Backend> terminal = makeTerminalBackend()) {
+            return terminal;
+        }
+        std::fputs("VELQ_UI: the terminal UI is not built in; using script.\n", stderr);
     }
     return ScriptBackend::fromEnvironment();
 }

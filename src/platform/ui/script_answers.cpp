@@ -1,12 +1,10 @@
 #include "ui/script_answers.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
+#include "plat/streams.h"
 #include "plat/strings.h"
 #include "plat/ui.h"
 
@@ -72,9 +70,9 @@ std::optional<PathPasswordAnswer> pathPasswordAnswerOf(std::string_view line, st
 ScriptAnswers::ScriptAnswers(std::string utf8Path) : m_szPath(std::move(utf8Path)) {}
 
 ScriptAnswers::~ScriptAnswers() {
-    if (m_nFd >= 0) {
-        ::close(m_nFd);
-        m_nFd = -1;
+    if (m_pStream != nullptr) {
+        std::fclose(m_pStream);
+        m_pStream = nullptr;
     }
 }
 
@@ -82,25 +80,24 @@ bool ScriptAnswers::_readMore() {
     if (!m_bOpenTried) {
         m_bOpenTried = true;
         if (!m_szPath.empty()) {
-            m_nFd = ::open(m_szPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
-            if (m_nFd < 0) {
+            m_pStream = openStream(fromUtf8(m_szPath), StreamMode::kRead);
+            if (m_pStream == nullptr) {
                 std::fprintf(stderr, "VELQ_UI_SCRIPT: cannot open %s: %s\n", m_szPath.c_str(),
                              std::strerror(errno));
             }
         }
     }
-    if (m_nFd < 0) {
+    if (m_pStream == nullptr) {
         return false;
     }
+    // Up to one line at a time: the stream's read hands over what a pipe holds without waiting for more,
+    // and a file that grows after its end was seen is read on (the end mark is cleared first).
+    std::clearerr(m_pStream);
     char chunk[4096];
-    ssize_t count = 0;
-    do {
-        count = ::read(m_nFd, chunk, sizeof chunk);
-    } while (count < 0 && errno == EINTR);
-    if (count <= 0) {
+    if (std::fgets(chunk, sizeof chunk, m_pStream) == nullptr) {
         return false;
     }
-    m_szPending.append(chunk, static_cast<std::size_t>(count));
+    m_szPending.append(chunk);
     return true;
 }
 

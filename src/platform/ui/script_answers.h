@@ -4,6 +4,7 @@
 // helpers below, and an answer that does not fit is still used up.
 #pragma once
 
+#include <cstdio>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -54,7 +55,7 @@ private:
 
     mutable std::mutex m_mutex;
     std::string m_szPath;
-    int m_nFd = -1;
+    std::FILE* m_pStream = nullptr;
     bool m_bOpenTried = false;
     std::string m_szPending;
     unsigned m_nTaken = 0;

@@ -1,10 +1,10 @@
 #include "ui/script_kinds.h"
 
-#include <unistd.h>
-
 #include <cstdlib>
 
 #include "plat/dialogs.h"
+#include "plat/files.h"
+#include "plat/strings.h"
 #include "plat/windows.h"
 
 namespace plat::ui {
@@ -74,7 +74,8 @@ void ScriptProgress::progress(DWORD completed, DWORD total) {
 void ScriptProgress::timeLeft(DWORD) {}
 
 bool ScriptProgress::cancelRequested() {
-    return !m_szCancelFile.empty() && ::access(m_szCancelFile.c_str(), F_OK) == 0;
+    return !m_szCancelFile.empty() &&
+           GetFileAttributesW(fromUtf8(m_szCancelFile).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 ScriptErrorList::ScriptErrorList(ScriptAnswers& answers, Transcript& transcript, std::mutex& answerTurn)

@@ -1,12 +1,8 @@
 #include "ui/transcript.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 
+#include "plat/streams.h"
 #include "plat/strings.h"
 
 namespace plat::ui {
@@ -138,24 +134,11 @@ bool Transcript::write(const std::string& line) {
     if (!enabled()) {
         return true;
     }
-    const int fd = ::open(m_szPath.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0600);
-    ssize_t written = -1;
-    int err = 0;
-    if (fd >= 0) {
-        // One write() per line: a retry after a short write could let another writer's line in between,
-        // so a short write is a failure, never continued.
-        do {
-            written = ::write(fd, line.data(), line.size());
-        } while (written < 0 && errno == EINTR);
-        err = errno;
-        ::close(fd);
-    } else {
-        err = errno;
-    }
-    const bool whole = written >= 0 && static_cast<std::size_t>(written) == line.size();
+    std::string failure;
+    const bool whole = appendWhole(fromUtf8(m_szPath), line, failure);
     if (!whole && !m_bWarned.exchange(true)) {
         std::fprintf(stderr, "VELQ_UI_TRANSCRIPT: cannot append to %s: %s\n", m_szPath.c_str(),
-                     written >= 0 ? "short write" : std::strerror(err));
+                     failure.c_str());
     }
     return whole;
 }

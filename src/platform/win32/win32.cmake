@@ -5,6 +5,10 @@ target_sources(velq_platform PRIVATE
     win32/threads.cpp win32/messages.cpp win32/windows.cpp win32/system.cpp win32/profile.cpp
     win32/language.cpp win32/security.cpp win32/shell.cpp win32/clipboard.cpp win32/placement.cpp win32/com.cpp)
 target_link_libraries(velq_platform PUBLIC shlwapi shell32 user32 advapi32 ole32 gdiplus)
+# Accounts and the user's folders, private streams and secret files, and started programs.
+target_sources(velq_platform PRIVATE win32/user_account.cpp win32/streams.cpp win32/secret_files.cpp
+    win32/child_process.cpp)
+target_link_libraries(velq_platform PUBLIC netapi32 uuid)
 # Windows 10 API level: the thread's preferred UI languages and LocaleNameToLCID.
 target_compile_definitions(velq_platform PRIVATE _WIN32_WINNT=0x0A00 WINVER=0x0A00)
 
@@ -20,9 +24,16 @@ target_link_libraries(velq_platform PRIVATE $<TARGET_NAME_IF_EXISTS:velq_strings
 target_sources(velq_platform PRIVATE posix/format.cpp)
 
 # WinBio: the simulated sensor, the empty backend and the backend over the system's winbio.dll
-# (winbio/winbio_win32.cpp, not yet chosen by VELQ_WINBIO); there is no fprintd on Windows.
+# (winbio/winbio_win32.cpp, chosen when VELQ_WINBIO is unset); there is no fprintd on Windows.
 target_sources(velq_platform PRIVATE winbio/backend.cpp winbio/winbio_none.cpp winbio/sim_script.cpp
     winbio/winbio_win32.cpp
     $<IF:$<BOOL:${VELQ_WITH_SIM_SENSOR}>,winbio/winbio_sim.cpp,winbio/winbio_sim_missing.cpp>
     winbio/winbio_fprintd_missing.cpp)
 target_include_directories(velq_platform PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>)
+
+# The UI backends: the scripted UI (VELQ_UI=script, and for now the default) with its interaction kinds;
+# the desktop UI's rules without GTK. The terminal UI is POSIX only (termios, /dev/tty, signals): not built.
+target_sources(velq_platform PRIVATE
+    ui/backend.cpp ui/messagebox.cpp ui/transcript.cpp ui/script_answers.cpp ui/script_backend.cpp
+    ui/terminal_choice_none.cpp ui/silent_kinds.cpp ui/list_turn.cpp ui/script_kinds.cpp ui/wait_kinds.cpp
+    ui/script_transfer.cpp ui/gtk_rules.cpp ui/gtk_missing.cpp)

@@ -6,6 +6,8 @@
 #include <mutex>
 #include <sstream>
 
+#include "winbio/winbio_win32.h"
+
 namespace plat::winbio {
 
 namespace {
@@ -49,12 +51,14 @@ std::unique_ptr<Backend> simFromEnvironment() {
 std::unique_ptr<Backend> makeBackendFromEnvironment() {
     std::string warning;
     const std::string_view name =
-        chooseBackendName(std::getenv("VELQ_WINBIO"), simBackendBuiltIn(), fprintdBackendBuiltIn(), warning);
+        chooseBackendName(std::getenv("VELQ_WINBIO"), simBackendBuiltIn(), fprintdBackendBuiltIn(),
+                          winbioDllBackendBuiltIn(), warning);
     if (!warning.empty()) {
         std::fprintf(stderr, "%s\n", warning.c_str());
     }
     std::unique_ptr<Backend> backend = name == "sim"       ? simFromEnvironment()
                                        : name == "fprintd" ? makeFprintdBackend()
+                                       : name == "winbio"  ? makeWinBioDllBackend()
                                                            : nullptr;
     return backend ? std::move(backend) : makeNoneBackend();
 }
@@ -67,10 +71,18 @@ std::string_view chooseBackendName(const char* requested, bool simBuiltIn, std::
 
 std::string_view chooseBackendName(const char* requested, bool simBuiltIn, bool fprintdBuiltIn,
                                    std::string& warning) {
+    return chooseBackendName(requested, simBuiltIn, fprintdBuiltIn, false, warning);
+}
+
+std::string_view chooseBackendName(const char* requested, bool simBuiltIn, bool fprintdBuiltIn,
+                                   bool winbioDllBuiltIn, std::string& warning) {
     warning.clear();
     const std::string_view asked = requested == nullptr ? std::string_view() : std::string_view(requested);
     if (asked == "sim" && simBuiltIn) {
         return "sim";
+    }
+    if ((asked == "winbio" || asked.empty()) && winbioDllBuiltIn) {
+        return "winbio";
     }
     if ((asked == "fprintd" || asked.empty()) && fprintdBuiltIn) {
         return "fprintd";

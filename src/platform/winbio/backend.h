@@ -62,6 +62,10 @@ std::unique_ptr<Backend> installBackend(std::unique_ptr<Backend> backend);
 // one-line `warning` for stderr and gives "none".
 std::string_view chooseBackendName(const char* requested, bool simBuiltIn, bool fprintdBuiltIn,
                                    std::string& warning);
+// The same with the Windows biometric framework: "winbio" when asked and built in, and for an unset (or
+// empty) request when built in; a Windows build holds it and never fprintd.
+std::string_view chooseBackendName(const char* requested, bool simBuiltIn, bool fprintdBuiltIn,
+                                   bool winbioDllBuiltIn, std::string& warning);
 // The same for a build without fprintd.
 std::string_view chooseBackendName(const char* requested, bool simBuiltIn, std::string& warning);
 
@@ -79,6 +83,9 @@ bool fprintdBackendBuiltIn();
 // The backend of the fprintd daemon on the system bus (docs/FPRINTD.md); without a bus or a daemon it
 // finds no unit. Null in a build without it.
 std::unique_ptr<Backend> makeFprintdBackend();
+
+// True when the backend over the system's winbio.dll is built in (Windows builds; winbio_win32.h).
+bool winbioDllBackendBuiltIn();
 
 // The line printed on stderr whenever the simulated sensor is active.
 inline constexpr std::string_view kSimWarning =

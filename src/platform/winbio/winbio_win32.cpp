@@ -187,6 +187,10 @@ private:
 
 }  // namespace
 
+bool winbioDllBackendBuiltIn() {
+    return true;
+}
+
 std::unique_ptr<Backend> makeWinBioDllBackend(const char16_t* dllName) {
     // Only the system folder: a winbio.dll planted beside the program is never loaded.
     ::HMODULE library = ::LoadLibraryExW(win32::wide(dllName), nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);

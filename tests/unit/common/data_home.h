@@ -1,29 +1,65 @@
 // A private VELQ_DATA_HOME for one test: a fresh temp folder, set in the environment for the test's life
-// and removed with everything in it afterwards.
+// and removed with everything in it afterwards; and the helpers that the common tests share on every
+// system.
 #pragma once
 
+#include <gtest/gtest.h>
+#ifndef _WIN32
 #include <sys/stat.h>
+#endif
 
 #include <cstdlib>
 #include <filesystem>
+#include <random>
 #include <string>
+
+// Sets the environment variable `name` to `value`, or removes it for a null `value`.
+inline void setEnvironment(const char* name, const char* value) {
+#ifdef _WIN32
+    ::_putenv_s(name, value != nullptr ? value : "");  // an empty value removes the variable
+#else
+    if (value != nullptr) {
+        ::setenv(name, value, 1);
+    } else {
+        ::unsetenv(name);
+    }
+#endif
+}
+
+// One environment variable changed for the life of the object.
+class ScopedEnv {
+public:
+    ScopedEnv(const char* name, const char* value) : m_name(name) {
+        const char* old = std::getenv(name);
+        m_bHad = old != nullptr;
+        m_old = old ? old : "";
+        setEnvironment(name, value);
+    }
+    ~ScopedEnv() { setEnvironment(m_name, m_bHad ? m_old.c_str() : nullptr); }
+    ScopedEnv(const ScopedEnv&) = delete;
+    ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+private:
+    const char* m_name;
+    std::string m_old;
+    bool m_bHad;
+};
 
 class ScopedDataHome {
 public:
     ScopedDataHome() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "velq-common-XXXXXX").string();
-        m_root = ::mkdtemp(pattern.data()) ? pattern : std::string();
+        std::random_device random;
+        const std::filesystem::path root =
+            std::filesystem::temp_directory_path() / ("velq-common-" + std::to_string(random()));
+        std::error_code error;
+        m_root = std::filesystem::create_directory(root, error) ? root.generic_string() : std::string();
         const char* previous = std::getenv("VELQ_DATA_HOME");
         m_bHadPrevious = previous != nullptr;
         m_previous = previous ? previous : "";
         use(m_root + "/data");
     }
     ~ScopedDataHome() {
-        if (m_bHadPrevious) {
-            ::setenv("VELQ_DATA_HOME", m_previous.c_str(), 1);
-        } else {
-            ::unsetenv("VELQ_DATA_HOME");
-        }
+        setEnvironment("VELQ_DATA_HOME", m_bHadPrevious ? m_previous.c_str() : nullptr);
         std::error_code ignored;
         std::filesystem::remove_all(m_root, ignored);
     }
@@ -31,7 +67,7 @@ public:
     ScopedDataHome& operator=(const ScopedDataHome&) = delete;
 
     // Points VELQ_DATA_HOME at `path` (for a second "machine" inside the same test).
-    void use(const std::string& path) { ::setenv("VELQ_DATA_HOME", path.c_str(), 1); }
+    void use(const std::string& path) { setEnvironment("VELQ_DATA_HOME", path.c_str()); }
     const std::string& root() const { return m_root; }
 
 private:
@@ -40,7 +76,21 @@ private:
     bool m_bHadPrevious = false;
 };
 
+// The permission bits of `path`, 0xFFFF when it cannot be read. POSIX only: on Windows a file in the
+// user's profile is private through the folder's access list, not through modes.
+#ifndef _WIN32
 inline unsigned permissionsOf(const std::string& path) {
     struct stat info {};
     return ::stat(path.c_str(), &info) == 0 ? (info.st_mode & 07777) : 0xFFFFu;
+}
+#endif
+
+// The owner-only promise of a file or folder: mode `mode` on POSIX; on Windows, where the profile's access
+// list keeps it private, that it is there.
+inline void expectOwnerOnly(const std::string& path, [[maybe_unused]] unsigned mode) {
+#ifdef _WIN32
+    EXPECT_TRUE(std::filesystem::exists(path)) << path;
+#else
+    EXPECT_EQ(permissionsOf(path), mode) << path;
+#endif
 }

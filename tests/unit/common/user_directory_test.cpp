@@ -1,29 +1,11 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "common/VELQUserDirectory.h"
 #include "data_home.h"
 #include "plat/strings.h"
+#include "plat/user_account.h"
 
 namespace {
-
-class ScopedEnv {
-public:
-    ScopedEnv(const char* name, const char* value) : m_name(name) {
-        const char* old = std::getenv(name);
-        m_bHad = old != nullptr;
-        m_old = old ? old : "";
-        value ? ::setenv(name, value, 1) : ::unsetenv(name);
-    }
-    ~ScopedEnv() { m_bHad ? ::setenv(m_name, m_old.c_str(), 1) : ::unsetenv(m_name); }
-    ScopedEnv(const ScopedEnv&) = delete;
-    ScopedEnv& operator=(const ScopedEnv&) = delete;
-
-private:
-    const char* m_name;
-    std::string m_old;
-    bool m_bHad;
-};
 
 std::string utf8(const std::u16string& text) {
     return plat::toUtf8(text);
@@ -34,12 +16,19 @@ TEST(UserDirectory, DataHomeFollowsVelqThenXdgThenHome) {
     ScopedEnv xdg("XDG_DATA_HOME", "/x/data");
     ScopedEnv home("HOME", "/h");
     EXPECT_EQ(utf8(velqdir::dataHome()), "/v/home");
-    ::unsetenv("VELQ_DATA_HOME");
+    setEnvironment("VELQ_DATA_HOME", nullptr);
     EXPECT_EQ(utf8(velqdir::dataHome()), "/x/data/velq");
-    ::setenv("XDG_DATA_HOME", "relative/ignored", 1);
+    setEnvironment("XDG_DATA_HOME", "relative/ignored");
     EXPECT_EQ(utf8(velqdir::dataHome()), "/h/.local/share/velq");
-    ::unsetenv("XDG_DATA_HOME");
+    setEnvironment("XDG_DATA_HOME", nullptr);
     EXPECT_EQ(utf8(velqdir::dataHome()), "/h/.local/share/velq");
+}
+
+TEST(UserDirectory, DataHomeWithoutVelqIsTheUsersDataFolder) {
+    ScopedEnv velq("VELQ_DATA_HOME", nullptr);
+    const std::u16string base = plat::userDataFolder();
+    ASSERT_FALSE(base.empty());
+    EXPECT_EQ(velqdir::dataHome(), base + u"/velq");
 }
 
 TEST(UserDirectory, PathsLieUnderTheDataHomeForThisDomainOnly) {
@@ -77,12 +66,14 @@ TEST(UserDirectory, CreateMakesOwnerOnlyFoldersAndTightensALooseOne) {
     const std::string folder = utf8(getVELQAppUserDirectory(velqdir::currentAccountName(), u"", u""));
     ASSERT_FALSE(folder.empty());
     ASSERT_EQ(createVELQAppUserDirectory(), 0);
-    EXPECT_EQ(permissionsOf(folder), 0700u);
-    EXPECT_EQ(permissionsOf(home.root() + "/data"), 0700u);
+    expectOwnerOnly(folder, 0700u);
+    expectOwnerOnly(home.root() + "/data", 0700u);
 
+#ifndef _WIN32  // modes are POSIX's; a Windows folder in the profile stays private through its access list
     ASSERT_EQ(::chmod(folder.c_str(), 0755), 0);
     ASSERT_EQ(createVELQAppUserDirectory(), 0);
-    EXPECT_EQ(permissionsOf(folder), 0700u);
+    expectOwnerOnly(folder, 0700u);
+#endif
 }
 
 TEST(UserDirectory, CreateFailsWhenAFileStandsInTheWay) {

@@ -1,6 +1,4 @@
 #include <gtest/gtest.h>
-#include <pwd.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <thread>
@@ -8,7 +6,9 @@
 #include "common/VELQUserDirectory.h"
 #include "common/VELQUserInfo.h"
 #include "data_home.h"
+#include "plat/security.h"
 #include "plat/strings.h"
+#include "plat/user_account.h"
 
 namespace {
 
@@ -19,21 +19,21 @@ protected:
 };
 
 TEST_F(UserInfoTest, OwnerIsTheEffectiveAccountOfThisHost) {
-    const struct passwd* account = ::getpwuid(::geteuid());
-    if (account == nullptr) {
-        GTEST_SKIP() << "the effective uid has no account entry here";
+    plat::UserAccount account;
+    if (!plat::processOwnerAccount(account)) {
+        GTEST_SKIP() << "the effective user has no account entry here";
     }
     VELQUserInfo* owner = VELQUserInfoManager::getCurrentProcessOwner();
     ASSERT_NE(owner, nullptr);
-    EXPECT_EQ(plat::toUtf8(owner->getUserName()), account->pw_name);
+    EXPECT_EQ(owner->getUserName(), account.name);
     EXPECT_EQ(owner->getDomain(), velqdir::hostDomain());
     EXPECT_EQ(owner->getDomainUserName(), owner->getDomain() + u"\\" + owner->getUserName());
-    EXPECT_EQ(plat::toUtf8(owner->getVELQSID()), "S-1-22-1-" + std::to_string(::geteuid()));
+    EXPECT_EQ(owner->getVELQSID(), plat::processOwnerSidText()) << "the SID its keys are bound to";
     EXPECT_EQ(VELQUserInfoManager::getCurrentProcessOwner(), owner) << "the same object until releaseUsers";
 
     const VELQUserInfo copy(*owner);
     VELQUserInfoManager::releaseUsers();
-    EXPECT_EQ(plat::toUtf8(copy.getVELQSID()), "S-1-22-1-" + std::to_string(::geteuid()));
+    EXPECT_EQ(copy.getVELQSID(), plat::processOwnerSidText());
 }
 
 TEST_F(UserInfoTest, AllUsersAreTheAccountsInUidOrderAndStayPut) {
@@ -45,11 +45,12 @@ TEST_F(UserInfoTest, AllUsersAreTheAccountsInUidOrderAndStayPut) {
     for (std::size_t i = 1; i < users->size(); ++i) {
         EXPECT_LE((*users)[i - 1]->getUid(), (*users)[i]->getUid());
     }
-    const std::u16string ownerSid = u"S-1-22-1-" + plat::fromUtf8(std::to_string(::geteuid()));
+    const std::u16string ownerSid = plat::processOwnerSidText();
     const bool hasOwner = std::any_of(users->begin(), users->end(), [&](const VELQUserInfo* user) {
         return user->getVELQSID() == ownerSid;
     });
-    if (::getpwuid(::geteuid()) != nullptr) {
+    plat::UserAccount account;
+    if (plat::processOwnerAccount(account)) {
         EXPECT_TRUE(hasOwner);
     }
 
@@ -83,8 +84,8 @@ TEST_F(UserInfoTest, RecordKeepsTheFingerprintCountWithOwnerOnlyModes) {
     EXPECT_EQ(reader.getFingerprintCount(), 7u);
 
     const std::string folder = plat::toUtf8(getVELQAppUserDirectory(u"recorded", u"", u""));
-    EXPECT_EQ(permissionsOf(folder), 0700u);
-    EXPECT_EQ(permissionsOf(folder + "/user.rec"), 0600u);
+    expectOwnerOnly(folder, 0700u);
+    expectOwnerOnly(folder + "/user.rec", 0600u);
 }
 
 TEST_F(UserInfoTest, DamagedRecordIsRefusedAndLeavesTheCount) {

@@ -11,7 +11,7 @@
 # Left out too, though their cases describe Windows behaviour: strings, files, find, paths, mapping and
 # system build their fixtures with POSIX calls (mkdtemp, symlink, setenv, mount); win32/ holds the
 # Windows tests of those calls.
-set(velq_win32_shared_tests sync threads messages windows format)
+set(velq_win32_shared_tests sync threads messages windows format private_files)
 get_filename_component(velq_unit_dir ${CMAKE_CURRENT_LIST_DIR} DIRECTORY)
 set(velq_win32_test_sources)
 foreach(name IN LISTS velq_win32_shared_tests)
