@@ -58,6 +58,7 @@ END
 
 def load_string_tables(folder):
     """{langid: {id: text}} of every language file, checked as the string table's build checks them."""
+    sys.dont_write_bytecode = True  # a build writes nothing into the source tree
     source = importlib.util.spec_from_file_location("gen_string_table", STRINGS_GENERATOR)
     table = importlib.util.module_from_spec(source)
     source.loader.exec_module(table)
