@@ -9,17 +9,17 @@
 ; 64-bit installer program (what the tests run under wine64, which runs no 32-bit program here).
 ;
 ; The entries, and which of the program's roads each reaches:
-;   *\shell\VELQEncrypt, Directory\shell\VELQEncrypt     velq collect encrypt "%1"  -> one hand-off
-;   VELQ.lqvz\shell\VELQDecrypt                          velq collect decrypt "%1"  -> one hand-off
-;   Directory\shell\VELQSearch, Drive\shell\VELQSearch   velq collect search "%1"   -> one hand-off
+;   *\shell\VELQEncrypt, Directory\shell\VELQEncrypt     velqw collect encrypt "%1" -> one hand-off
+;   VELQ.lqvz\shell\VELQDecrypt                          velqw collect decrypt "%1" -> one hand-off
+;   Directory\shell\VELQSearch, Drive\shell\VELQSearch   velqw collect search "%1" (%1)
 ;   .lqvz -> VELQ.lqvz, its open (double-click)          VELQFileEncrypt "%1"       -> the plain path
 ; Explorer starts a static verb once per selected item; `velq collect` makes the invocations of one
 ; selection meet and hand all items over as one request (tools/velq/collect.h). MultiSelectModel Player
-; offers the verbs for up to 100 items.
+; offers the verbs for up to 100 items. velqw.exe is velq.exe without a console window (windowless.py).
 
 Unicode true
 !ifndef VELQ_BIN
-  !error "VELQ_BIN: the folder that holds VELQFileEncrypt.exe and velq.exe"
+  !error "VELQ_BIN: the folder that holds VELQFileEncrypt.exe, velq.exe and velqw.exe"
 !endif
 !ifndef VELQ_OUT
   !error "VELQ_OUT: the installer to write"
@@ -64,12 +64,14 @@ UninstPage instfiles
   !endif
 !macroend
 
-; A verb of `class` that runs velq collect `verb` with the selected item.
-!macro VELQ_VERB class key text verb
+; A verb of `class` that runs velq collect `verb` with the selected item, `item` being "%1" (quoted: paths
+; hold blanks) or, for drives, %1 alone: a drive is "C:\", and a backslash before a closing quote would
+; escape the quote when the command line is split into arguments.
+!macro VELQ_VERB class key text verb item
   WriteRegStr HKCU "${CLASSES}\${class}\shell\${key}" "" "${text}"
   WriteRegStr HKCU "${CLASSES}\${class}\shell\${key}" "Icon" "$INSTDIR\VELQFileEncrypt.exe,-12"
   WriteRegStr HKCU "${CLASSES}\${class}\shell\${key}" "MultiSelectModel" "Player"
-  WriteRegStr HKCU "${CLASSES}\${class}\shell\${key}\command" "" '"$INSTDIR\velq.exe" collect ${verb} "%1"'
+  WriteRegStr HKCU "${CLASSES}\${class}\shell\${key}\command" "" '"$INSTDIR\velqw.exe" collect ${verb} ${item}'
 !macroend
 
 ; Removes a key of ours, then the parents that only it filled (they may have been made for it).
@@ -83,6 +85,7 @@ Section "VELQ"
   SetOutPath "$INSTDIR"
   File "${VELQ_BIN}\VELQFileEncrypt.exe"
   File "${VELQ_BIN}\velq.exe"
+  File "${VELQ_BIN}\velqw.exe"
   WriteUninstaller "$INSTDIR\uninstall.exe"
 
   WriteRegStr HKCU "${CLASSES}\.lqvz" "" "${PROGID}"
@@ -90,13 +93,13 @@ Section "VELQ"
   WriteRegStr HKCU "${CLASSES}\${PROGID}\DefaultIcon" "" "$INSTDIR\VELQFileEncrypt.exe,-12"
   WriteRegStr HKCU "${CLASSES}\${PROGID}\shell" "" "open"
   WriteRegStr HKCU "${CLASSES}\${PROGID}\shell\open\command" "" '"$INSTDIR\VELQFileEncrypt.exe" "%1"'
-  !insertmacro VELQ_VERB "${PROGID}" VELQDecrypt "Decrypt" decrypt
-  !insertmacro VELQ_VERB "*" VELQEncrypt "Encrypt" encrypt
+  !insertmacro VELQ_VERB "${PROGID}" VELQDecrypt "Decrypt" decrypt '"%1"'
+  !insertmacro VELQ_VERB "*" VELQEncrypt "Encrypt" encrypt '"%1"'
   ; An encrypted file is offered Decrypt, not Encrypt once more.
   WriteRegStr HKCU "${CLASSES}\*\shell\VELQEncrypt" "AppliesTo" "NOT System.FileExtension:=.lqvz"
-  !insertmacro VELQ_VERB Directory VELQEncrypt "Encrypt" encrypt
-  !insertmacro VELQ_VERB Directory VELQSearch "Search for encrypted files" search
-  !insertmacro VELQ_VERB Drive VELQSearch "Search for encrypted files" search
+  !insertmacro VELQ_VERB Directory VELQEncrypt "Encrypt" encrypt '"%1"'
+  !insertmacro VELQ_VERB Directory VELQSearch "Search for encrypted files" search '"%1"'
+  !insertmacro VELQ_VERB Drive VELQSearch "Search for encrypted files" search %1
 
   WriteRegStr HKCU "${UNINSTALL_KEY}" "DisplayName" "VELQ"
   WriteRegStr HKCU "${UNINSTALL_KEY}" "DisplayVersion" "${VELQ_VERSION}"
@@ -112,6 +115,7 @@ SectionEnd
 Section "Uninstall"
   Delete "$INSTDIR\VELQFileEncrypt.exe"
   Delete "$INSTDIR\velq.exe"
+  Delete "$INSTDIR\velqw.exe"
   Delete "$INSTDIR\uninstall.exe"
   RMDir "$INSTDIR"
 

@@ -5,6 +5,7 @@
 //   velq decrypt PATH...    .lqvz files to decrypt and folders to walk
 //   velq search PATH...     folders and mount points to search for .lqvz files
 //   velq handoff --text FILE --type T [--bytes N]    a text handed over exactly as FILE holds it
+//   velq collect VERB PATH...    Explorer's entries: the items of one selection as one request (collect.h)
 //
 // velq waits until the program signals that it holds the mapping (at most VELQ_HANDOFF_TIMEOUT seconds,
 // default 30), gives the objects up, waits for the program to end and exits with its status. Exit status
@@ -17,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "collect.h"
 #include "plat/child_process.h"
 #include "plat/errors.h"
 #include "plat/files.h"
@@ -52,6 +54,7 @@ const char* const kUsage =
     "       velq decrypt PATH...\n"
     "       velq search PATH...\n"
     "       velq handoff --text FILE --type T [--bytes N]\n"
+    "       velq collect encrypt|decrypt|search PATH...\n"
     "       velq --help | --version\n";
 
 struct HandOffLists {
@@ -384,6 +387,10 @@ int main(int argc, char** argv) {
     }
     if (verb == "handoff") {
         return handOffRaw(rest);
+    }
+    if (verb == "collect") {
+        const velq::Collected collected = velq::collect(rest);
+        return collected.paths.empty() ? collected.status : handOffPaths(collected.verb, collected.paths);
     }
     std::fprintf(stderr, "velq: unknown command %s\n%s", verb.c_str(), kUsage);
     return kWrongUse;
