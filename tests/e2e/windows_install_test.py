@@ -6,7 +6,8 @@ everything the installer made.
 
 Usage: windows_install_test.py INSTALLER WINE_RUN WINE64 PREFIX CASE
 
-CASE "entries": install, read the entries back, uninstall. CASE "requests" also runs the command lines
+CASE "entries": install, read the entries back, start a selection of three through the Encrypt entry
+with another program in the place of VELQFileEncrypt (it must start once), uninstall. CASE "requests" also runs the command lines
 between: they run with the scripted UI and the simulated sensor (the owner's finger): a file is
 encrypted through the Encrypt entry (the user's first encryption, with the key's backup) and brought back
 by the .lqvz file type's open command (a double-click: the plain-path road, its question answered Yes);
@@ -121,7 +122,7 @@ class Desk:
         w = Wine.windows_path
         self.env = dict(os.environ, LANGUAGE="en", VELQ_UI="script", VELQ_UI_SCRIPT=w(self.answers),
                         VELQ_UI_TRANSCRIPT=w(self.transcript), VELQ_WINBIO="sim", VELQ_WINBIO_SIM=w(sensor),
-                        VELQ_DATA_HOME=w(os.path.join(self.root, "data")), VELQ_COLLECT_QUIET_MS="5000")
+                        VELQ_DATA_HOME=w(os.path.join(self.root, "data")), VELQ_COLLECT_QUIET_MS="8000")
 
     def file(self, name, data):
         path = os.path.join(self.docs, name)
@@ -177,6 +178,25 @@ def check_entries(classes, location):
             model = classes.get(classes_key(key), {}).get("MultiSelectModel")
             expect(model == "Player", "%s is offered for a selection of %r" % (key, model))
     expect(classes.get(classes_key(".lqvz"), {}).get("") == "VELQ.lqvz", ".lqvz is not VELQ's file type")
+
+
+def check_selection_meets(wine, location):
+    """Three items of one selection, started at once through the Encrypt entry with Windows' own named
+    objects, start the program once. The program here is reg.exe, which refuses the hand-off line at once:
+    the collector ends with its status, the two others with 0 as soon as their paths are handed over."""
+    desk = Desk()
+    try:
+        desk.env["VELQ_PROGRAM"] = "C:\\windows\\system32\\reg.exe"
+        encrypt = ENTRIES["*\\shell\\VELQEncrypt"].format(dir=location)
+        selected = [desk.file("selected %d.txt" % n, b"item") for n in range(3)]
+        processes = [wine.start(split_command(encrypt, Wine.windows_path(p)), desk.env) for p in selected]
+        for process in processes:
+            process.communicate(timeout=HANG_GUARD)
+        statuses = sorted(process.returncode for process in processes)
+        expect(statuses[:2] == [0, 0] and statuses[2] != 0,
+               "the selection did not start the program once: exit statuses %s" % statuses)
+    finally:
+        remove_tree(desk.root)
 
 
 def check_requests(wine, desk, location):
@@ -240,6 +260,7 @@ def main(argv):
         for name in ("VELQFileEncrypt.exe", "velq.exe", "velqw.exe", "uninstall.exe"):
             expect(os.path.isfile(os.path.join(wine.unix_path(location), name)), "%s is not installed" % name)
         check_entries(wine.registry(CLASSES), location)
+        check_selection_meets(wine, location)
         if case == "requests":
             desk = Desk()
             try:
