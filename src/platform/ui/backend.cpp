@@ -7,6 +7,9 @@
 #include "ui/gtk_backend.h"
 #include "ui/script_backend.h"
 #include "ui/terminal_choice.h"
+#ifdef _WIN32
+#include "ui/win32_backend.h"
+#endif
 
 namespace plat::ui {
 
@@ -17,6 +20,13 @@ std::mutex g_backendMutex;
 Backend* g_pBackend = nullptr;
 
 std::unique_ptr<Backend> makeBackend() {
+#ifdef _WIN32
+    // The native Windows UI: VELQ_UI=win32, and the Windows program's default; the other names as below.
+    const char* requested = std::getenv("VELQ_UI");
+    if (requested == nullptr || *requested == '\0' || std::string_view(requested) == "win32") {
+        return makeWin32Backend();
+    }
+#endif
     std::string warning;
     bool stdinIsTerminal = false;
     bool stderrIsTerminal = false;
@@ -36,7 +46,6 @@ std::unique_ptr<Backend> makeBackend() {
         name = chooseBackendName(nullptr, stdinIsTerminal, stderrIsTerminal, false, false, warning);
         std::fprintf(stderr, "VELQ_UI: %s; using %s.\n", failure.c_str(), std::string(name).c_str());
     }
-    // The native Windows UI (src/platform/ui/win32_*) joins the choice here, as the desktop UI above.
     if (name == "tty") {
         if (std::unique_ptr<Backend> terminal = makeTerminalBackend()) {
             return terminal;

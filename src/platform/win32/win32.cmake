@@ -31,6 +31,13 @@ target_sources(velq_platform PRIVATE winbio/backend.cpp winbio/winbio_none.cpp w
     winbio/winbio_fprintd_missing.cpp)
 target_include_directories(velq_platform PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>)
 
+# The native UI (src/platform/ui/win32_*): the system's message boxes, the shell's progress dialog
+# (plat::CoCreateInstance), the error list's dialog 51 (plat::CreateDialogParamW), the wait window and
+# the key backup's password dialogs.
+target_sources(velq_platform PRIVATE ui/win32_backend.cpp ui/win32_progress.cpp ui/win32_dialogs.cpp
+    ui/win32_wait.cpp ui/win32_transfer.cpp ui/win32_dialog_template.cpp)
+target_link_libraries(velq_platform PUBLIC comctl32 comdlg32 wtsapi32)
+
 # The UI backends: the scripted UI (VELQ_UI=script, and for now the default) with its interaction kinds;
 # the desktop UI's rules without GTK. The terminal UI is POSIX only (termios, /dev/tty, signals): not built.
 target_sources(velq_platform PRIVATE

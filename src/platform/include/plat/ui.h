@@ -177,9 +177,9 @@ public:
     virtual SearchWindowUi& searchWindow() { return silentSearchWindow(); }
 };
 
-// The process's backend, chosen once on first use from VELQ_UI ("script", "tty" or "gtk"); without it:
-// gtk when a display is named and the desktop UI is built in, else tty when stdin and stderr are
-// terminals, else script. An unknown name ("gtk" while it is not built in) falls back to that default
+// The process's backend, chosen once on first use from VELQ_UI ("script", "tty" or "gtk"; "win32" in the
+// Windows program, whose default it is); without it: gtk when a display is named and the desktop UI is
+// built in, else tty when stdin and stderr are terminals, else script. An unknown name ("gtk" while it is not built in) falls back to that default
 // with a one-line warning on stderr; so does gtk when the display cannot be opened. Thread-safe; the chosen
 // backend lives until the process ends, so a thread may still ask while the process exits.
 Backend& currentBackend();
