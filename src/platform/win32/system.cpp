@@ -7,6 +7,9 @@
 // After wide.h: the shell's folder call needs <windows.h> first.
 #include <shlobj.h>
 
+#include <algorithm>
+#include <string>
+
 // GDI+'s flat start-up calls (gdiplus.dll), declared here rather than through <gdiplus.h>, whose C++
 // classes need the min/max macros that every other unit here turns off. The records passed are the
 // layer's, which have the documented layout.
@@ -35,7 +38,14 @@ DWORD ExpandEnvironmentStringsW(LPCWSTR lpSrc, LPWSTR lpDst, DWORD nSize) {
 }
 
 int SHCreateDirectoryExW(HWND hwnd, LPCWSTR pszPath, const void* psa) {
-    return ::SHCreateDirectoryExW(win32::native(hwnd), wide(pszPath),
+    if (pszPath == nullptr) {
+        return ERROR_BAD_PATHNAME;
+    }
+    // The shell's call takes only "\" between folders, where every other file call of the API takes "/"
+    // too; the core joins its paths with "/" (the log file's folder, the user's data folders).
+    std::u16string path(pszPath);
+    std::replace(path.begin(), path.end(), u'/', u'\\');
+    return ::SHCreateDirectoryExW(win32::native(hwnd), wide(path.c_str()),
                                   static_cast<const ::SECURITY_ATTRIBUTES*>(psa));
 }
 

@@ -1,5 +1,5 @@
 // A private VELQ_DATA_HOME for one test: a fresh temp folder, set in the environment for the test's life
-// and removed with everything in it afterwards; and the helpers that the common tests share on every
+// and removed with everything in it afterwards; and the owner-only check of the common tests on every
 // system.
 #pragma once
 
@@ -13,37 +13,7 @@
 #include <random>
 #include <string>
 
-// Sets the environment variable `name` to `value`, or removes it for a null `value`.
-inline void setEnvironment(const char* name, const char* value) {
-#ifdef _WIN32
-    ::_putenv_s(name, value != nullptr ? value : "");  // an empty value removes the variable
-#else
-    if (value != nullptr) {
-        ::setenv(name, value, 1);
-    } else {
-        ::unsetenv(name);
-    }
-#endif
-}
-
-// One environment variable changed for the life of the object.
-class ScopedEnv {
-public:
-    ScopedEnv(const char* name, const char* value) : m_name(name) {
-        const char* old = std::getenv(name);
-        m_bHad = old != nullptr;
-        m_old = old ? old : "";
-        setEnvironment(name, value);
-    }
-    ~ScopedEnv() { setEnvironment(m_name, m_bHad ? m_old.c_str() : nullptr); }
-    ScopedEnv(const ScopedEnv&) = delete;
-    ScopedEnv& operator=(const ScopedEnv&) = delete;
-
-private:
-    const char* m_name;
-    std::string m_old;
-    bool m_bHad;
-};
+#include "test_environment.h"
 
 class ScopedDataHome {
 public:

@@ -3,10 +3,9 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <unistd.h>
-
+#include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -39,15 +38,19 @@ inline std::string readFile(const std::string& path) {
 class DbgLogTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        char folder[] = "/tmp/velq-dbglog-XXXXXX";
-        ASSERT_NE(::mkdtemp(folder), nullptr);
-        m_folder = folder;
+        std::random_device random;
+        const std::filesystem::path folder =
+            std::filesystem::temp_directory_path() / ("velq-dbglog-" + std::to_string(random()));
+        ASSERT_TRUE(std::filesystem::create_directory(folder));
+        m_folder = folder.generic_string();
         g_debuggerLines.clear();
         g_tick = 0;
     }
     void TearDown() override {
         dbgLogReset(DbgLogEnvironment{});  // closes a held-open file before its folder goes
-        ASSERT_EQ(std::system(("rm -rf '" + m_folder + "'").c_str()), 0);
+        std::error_code error;
+        std::filesystem::remove_all(m_folder, error);
+        ASSERT_FALSE(error) << error.message();
     }
 
     // Writes DbgLog.ini with `lines` under [LOG] and makes the log read it at the next call.
