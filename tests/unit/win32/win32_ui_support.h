@@ -34,21 +34,22 @@ bool eventually(Condition condition) {
     return condition();
 }
 
-// The first visible dialog (class "#32770") of thread `threadId`; null when it has none.
+// Keeps the first visible dialog (class "#32770") in `result`. A function of the API's calling
+// convention (stdcall on 32-bit Windows), which a lambda is not.
+inline ::BOOL CALLBACK keepDialog(::HWND window, ::LPARAM result) {
+    wchar_t className[16] = {};
+    ::GetClassNameW(window, className, 16);
+    if (std::wstring(className) == L"#32770" && ::IsWindowVisible(window)) {
+        *reinterpret_cast<::HWND*>(result) = window;
+        return FALSE;
+    }
+    return TRUE;
+}
+
+// The first visible dialog of thread `threadId`; null when it has none.
 inline ::HWND dialogOfThread(::DWORD threadId) {
     ::HWND found = nullptr;
-    ::EnumThreadWindows(
-        threadId,
-        [](::HWND window, ::LPARAM result) -> ::BOOL {
-            wchar_t className[16] = {};
-            ::GetClassNameW(window, className, 16);
-            if (std::wstring(className) == L"#32770" && ::IsWindowVisible(window)) {
-                *reinterpret_cast<::HWND*>(result) = window;
-                return FALSE;
-            }
-            return TRUE;
-        },
-        reinterpret_cast<::LPARAM>(&found));
+    ::EnumThreadWindows(threadId, &keepDialog, reinterpret_cast<::LPARAM>(&found));
     return found;
 }
 
