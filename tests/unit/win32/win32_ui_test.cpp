@@ -201,6 +201,19 @@ TEST_F(ShellProgressDialog, ShowsTheTitleAndLinesAndHearsItsCancel) {
     EXPECT_TRUE(eventually([&] { return m_pDialog->HasUserCancelled() != FALSE; }));
 }
 
+// The core finds the running dialog's window by a title of its own, looked for once, at once after
+// SetTitle: the title is the window's by the time SetTitle returns.
+TEST_F(ShellProgressDialog, HasATitleSetTheMomentSetTitleReturns) {
+    SKIP_WITHOUT_WINDOWS();
+    ASSERT_EQ(m_pDialog->SetTitle(u"Encrypt Files"), S_OK);
+    ASSERT_EQ(m_pDialog->StartProgressDialog(nullptr, nullptr, PROGDLG_AUTOTIME, nullptr), S_OK);
+    ASSERT_EQ(m_pDialog->SetTitle(u"{0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0}"), S_OK);
+    const ::HWND found = ::FindWindowW(nullptr, L"{0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0}");
+    EXPECT_NE(found, nullptr);
+    ASSERT_EQ(m_pDialog->SetTitle(u"Encrypt Files"), S_OK);
+    EXPECT_EQ(textOf(found), L"Encrypt Files");
+}
+
 TEST_F(ShellProgressDialog, MovesItsBarWithBothProgressCalls) {
     SKIP_WITHOUT_WINDOWS();
     ASSERT_EQ(m_pDialog->SetTitle(u"velq progress bar"), S_OK);
