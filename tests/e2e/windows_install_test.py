@@ -20,11 +20,10 @@ import re
 import shutil
 import subprocess
 import sys
-import tempfile
 import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from velq_e2e import SKIP, Failure, Skip, expect, read_transcript, remove_tree  # noqa: E402
+from velq_e2e import SKIP, Failure, Sandbox, Skip, expect  # noqa: E402
 
 HANG_GUARD = 300  # a guard against a hang only; nothing here relies on how long anything takes
 PASSWORD = "a long backup password"
@@ -105,16 +104,14 @@ def split_command(line, item):
     return [part.strip('"').replace("%1", item) for part in re.findall(r'"[^"]*"|\S+', line)]
 
 
-class Desk:
-    """A private folder for the requests (files, answers, transcript, sensor, data home) and the
-    environment of the entries' programs, with Windows paths."""
+class Desk(Sandbox):
+    """The requests' private folder (files, answers, transcript, sensor, data home), with the paths that
+    the entries' Windows programs read given as Windows paths; the rest of the environment is this
+    process's, which Wine needs."""
 
     def __init__(self):
-        self.root = tempfile.mkdtemp(prefix="velq-windows-install-")
-        self.docs = os.path.join(self.root, "docs")
+        super().__init__("velq-windows-install-", "sim")
         os.makedirs(self.docs)
-        self.answers = os.path.join(self.root, "answers")
-        self.transcript = os.path.join(self.root, "transcript.jsonl")
         sensor = os.path.join(self.root, "sensor")
         with open(sensor, "w") as f:
             f.write("enrolled self 2\ntouch self\n")
@@ -124,21 +121,10 @@ class Desk:
                         VELQ_UI_TRANSCRIPT=w(self.transcript), VELQ_WINBIO="sim", VELQ_WINBIO_SIM=w(sensor),
                         VELQ_DATA_HOME=w(os.path.join(self.root, "data")), VELQ_COLLECT_QUIET_MS="8000")
 
-    def file(self, name, data):
-        path = os.path.join(self.docs, name)
-        with open(path, "wb") as f:
-            f.write(data)
-        return path
-
     def requests(self, answers):
         """Answers for what comes next; the transcript starts anew."""
-        with open(self.answers, "w") as f:
-            f.write("".join(line + "\n" for line in answers))
-        if os.path.exists(self.transcript):
-            os.remove(self.transcript)
-
-    def lines(self):
-        return read_transcript(self.transcript)
+        self.write_answers(answers)
+        self.forget_lines()
 
 
 def run_entry(wine, desk, command, path):
@@ -184,19 +170,16 @@ def check_selection_meets(wine, location):
     """Three items of one selection, started at once through the Encrypt entry with Windows' own named
     objects, start the program once. The program here is reg.exe, which refuses the hand-off line at once:
     the collector ends with its status, the two others with 0 as soon as their paths are handed over."""
-    desk = Desk()
-    try:
+    with Desk() as desk:
         desk.env["VELQ_PROGRAM"] = "C:\\windows\\system32\\reg.exe"
         encrypt = ENTRIES["*\\shell\\VELQEncrypt"].format(dir=location)
-        selected = [desk.file("selected %d.txt" % n, b"item") for n in range(3)]
+        selected = [desk.write("selected %d.txt" % n, b"item") for n in range(3)]
         processes = [wine.start(split_command(encrypt, Wine.windows_path(p)), desk.env) for p in selected]
         for process in processes:
             process.communicate(timeout=HANG_GUARD)
         statuses = sorted(process.returncode for process in processes)
         expect(statuses[:2] == [0, 0] and statuses[2] != 0,
                "the selection did not start the program once: exit statuses %s" % statuses)
-    finally:
-        remove_tree(desk.root)
 
 
 def check_requests(wine, desk, location):
@@ -204,7 +187,7 @@ def check_requests(wine, desk, location):
     open_lqvz = ENTRIES["VELQ.lqvz\\shell\\open"].format(dir=location)
     search = ENTRIES["Directory\\shell\\VELQSearch"].format(dir=location)
 
-    notes = desk.file("notes.txt", b"meeting notes\n")
+    notes = desk.write("notes.txt", b"meeting notes\n")
     desk.requests(["no", "ok", "export %s\t%s" % (Wine.windows_path(desk.backup), PASSWORD)])
     run_entry(wine, desk, encrypt, notes)
     expect(os.path.exists(notes + ".lqvz") and not os.path.exists(notes),
@@ -215,7 +198,7 @@ def check_requests(wine, desk, location):
         expect(f.read() == b"meeting notes\n", "the double-click did not bring notes.txt back")
     expect(not os.path.exists(notes + ".lqvz"), "notes.txt.lqvz is still there after the double-click")
 
-    selected = [desk.file("selected %d.txt" % n, b"item %d\n" % n) for n in range(3)]
+    selected = [desk.write("selected %d.txt" % n, b"item %d\n" % n) for n in range(3)]
     desk.requests([])
     processes = [wine.start(split_command(encrypt, Wine.windows_path(p)), desk.env) for p in selected]
     for process in processes:
@@ -262,11 +245,8 @@ def main(argv):
         check_entries(wine.registry(CLASSES), location)
         check_selection_meets(wine, location)
         if case == "requests":
-            desk = Desk()
-            try:
+            with Desk() as desk:
                 check_requests(wine, desk, location)
-            finally:
-                remove_tree(desk.root)
 
         uninstall(wine, location)
         classes = wine.registry(CLASSES)

@@ -31,16 +31,6 @@ struct ListHeader {
 };
 constexpr std::size_t kListCapacityUnits = (kListBytes - sizeof(ListHeader)) / sizeof(char16_t);
 
-unsigned quietMs() {
-    const char* text = std::getenv("VELQ_COLLECT_QUIET_MS");
-    if (text == nullptr || *text == '\0') {
-        return kDefaultQuietMs;
-    }
-    char* end = nullptr;
-    const unsigned long value = std::strtoul(text, &end, 10);
-    return *end == '\0' && value > 0 && value <= kMaxQuietMs ? static_cast<unsigned>(value) : kDefaultQuietMs;
-}
-
 // The absolute, normal form of `given`, through UTF-16 so that no code page stands in between.
 std::string absolutePath(const std::string& given) {
     std::error_code error;
@@ -170,6 +160,16 @@ private:
 
 }  // namespace
 
+unsigned numberFromEnvironment(const char* name, unsigned fallback, unsigned limit) {
+    const char* text = std::getenv(name);
+    if (text == nullptr || *text == '\0') {
+        return fallback;
+    }
+    char* end = nullptr;
+    const unsigned long value = std::strtoul(text, &end, 10);
+    return *end == '\0' && value > 0 && value <= limit ? static_cast<unsigned>(value) : fallback;
+}
+
 Collected collect(const std::vector<std::string>& args) {
     Collected result;
     if (args.size() < 2 || (args[0] != "encrypt" && args[0] != "decrypt" && args[0] != "search")) {
@@ -197,7 +197,7 @@ Collected collect(const std::vector<std::string>& args) {
         return result;
     }
     meeting.unlock();
-    meeting.gather(quietMs());
+    meeting.gather(numberFromEnvironment("VELQ_COLLECT_QUIET_MS", kDefaultQuietMs, kMaxQuietMs));
     meeting.take(result.paths);
     return result;
 }

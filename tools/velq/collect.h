@@ -40,4 +40,8 @@ struct Collected {
 // that ends the gathering (default 700); gathering never lasts longer than 20 quiet moments.
 Collected collect(const std::vector<std::string>& args);
 
+// The decimal value of the environment variable `name` when it lies in 1..`limit`; else (unset, empty,
+// not a number, out of range) `fallback`.
+unsigned numberFromEnvironment(const char* name, unsigned fallback, unsigned limit);
+
 }  // namespace velq

@@ -181,13 +181,7 @@ std::string programPath() {
 }
 
 unsigned timeoutSeconds() {
-    const char* text = std::getenv("VELQ_HANDOFF_TIMEOUT");
-    if (text == nullptr || *text == '\0') {
-        return kDefaultTimeoutSeconds;
-    }
-    char* end = nullptr;
-    const unsigned long value = std::strtoul(text, &end, 10);
-    return *end == '\0' && value > 0 && value < 86400 ? static_cast<unsigned>(value) : kDefaultTimeoutSeconds;
+    return velq::numberFromEnvironment("VELQ_HANDOFF_TIMEOUT", kDefaultTimeoutSeconds, 86399);
 }
 
 // The named objects of one hand-off, given up by the destructor (or earlier, once the program holds them).
