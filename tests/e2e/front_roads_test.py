@@ -70,6 +70,12 @@ def exec_without_argv(program, env, stdin_fd):
     return pid
 
 
+def process_state(pid):
+    """The state letter of /proc/PID/stat ("R" running, "S" sleeping, ...)."""
+    with open("/proc/%d/stat" % pid) as f:
+        return f.read().rsplit(")", 1)[1].split()[0]
+
+
 def kernel_allows_empty_argv():
     """Whether a program can be started with argc 0 here: newer kernels put an empty argv[0] in."""
     cat = shutil.which("cat")
@@ -79,10 +85,11 @@ def kernel_allows_empty_argv():
     pid = exec_without_argv(cat, {}, reader)
     os.close(reader)
     cmdline = None
-    for _ in range(200):
+    for _ in range(1000):
         try:
-            # Read only once the child runs cat, not the copy of this program before the exec.
-            if os.path.realpath("/proc/%d/exe" % pid) == os.path.realpath(cat):
+            # Read only once cat waits for its input: the exec has finished then. The new program's path
+            # shows a moment before its arguments are laid out, when the command line still reads empty.
+            if os.path.realpath("/proc/%d/exe" % pid) == os.path.realpath(cat) and process_state(pid) == "S":
                 with open("/proc/%d/cmdline" % pid, "rb") as f:
                     cmdline = f.read()
                 break
