@@ -13,7 +13,7 @@
 #include <random>
 #include <string>
 
-#include "test_environment.h"
+#include "../test_environment.h"
 
 class ScopedDataHome {
 public:

@@ -11,7 +11,7 @@
 
 #include "dbglog_test_support.h"
 #include "diag/DbgLog.h"
-#include "test_environment.h"
+#include "../test_environment.h"
 
 namespace dbglog_test {
 namespace {
