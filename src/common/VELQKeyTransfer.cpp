@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "plat/errors.h"
+#include "plat/paths.h"
 #include "plat/strings.h"
 #include "plat/ui.h"
 
@@ -108,7 +109,8 @@ plat::HRESULT PasswordImportDlg::showModal(plat::HWND hOwner, MODAL_RESULT* pRes
     wipe(m_szPassword);
     m_szPath.clear();
     if (hr == plat::S_OK && *pResult == MODAL_OK) {
-        const bool bBareName = answer.path.find(u'/') == std::u16string::npos;
+        // A name without a folder (as this system splits paths) goes into the dialog's folder.
+        const bool bBareName = plat::PathFindFileNameW(answer.path.c_str()) == answer.path.c_str();
         m_szPath = (bBareName && !m_szFolder.empty()) ? m_szFolder + u"/" + answer.path : answer.path;
         m_szPassword = answer.password;
     }

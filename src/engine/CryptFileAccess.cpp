@@ -24,8 +24,6 @@ constexpr plat::UINT kTextReplaceExisting = 1053;
 constexpr plat::UINT kCaptionInformation = 1017;
 constexpr plat::UINT kReplaceQuestionFlags = plat::MB_OKCANCEL | plat::MB_ICONQUESTION | plat::MB_TOPMOST;
 
-constexpr char16_t kPathSeparator = u'/';
-
 // "VQE2" as the identity header's first field holds it (file order, little-endian).
 constexpr plat::DWORD kEncryptIdCurrent = 0x32455156;
 
@@ -153,9 +151,11 @@ int VELQCryptFile::_getDestFilePath(FileInfo* lpFileInfos, plat::BOOL bEncrypt) 
     if (bEncrypt) {
         destPath += CRYPT_FILE_EXTENSION;
     } else {
-        // The stored name wins over the name the encrypted file has now.
-        const std::u16string::size_type separator = destPath.rfind(kPathSeparator);
-        destPath.erase(separator == std::u16string::npos ? 0 : separator + 1);
+        // The stored name wins over the name the encrypted file has now. The folder is what comes before
+        // the file's own name as this system splits a path: at a backslash or a slash on Windows, at a
+        // slash alone on POSIX, where a backslash belongs to the name.
+        destPath.erase(
+            static_cast<std::size_t>(plat::PathFindFileNameW(destPath.c_str()) - destPath.c_str()));
         const DestFileHeader& header = lpFileInfos->m_sDestFileInfo.m_DestFileHeader;
         destPath += storedName(header);
     }

@@ -98,6 +98,19 @@ TEST_F(FileAccess, DestinationPathAppendsOrTakesTheStoredName) {
     std::copy(stored.begin(), stored.end(), info->m_sDestFileInfo.m_DestFileHeader.m_szFileName);
     Access::getDestFilePath(*m_engine, info, plat::FALSE);
     EXPECT_EQ(info->m_sDestFileInfo.m_szDestFilePath, u"b.doc");
+
+    // The folder is split off as the system splits paths: a Windows path at its backslashes (a decrypted
+    // file once landed in the working folder there), a POSIX name keeps its backslash.
+#ifdef _WIN32
+    info = record("C:\\x\\y/z\\renamed.lqvz", CRYPT_MODE_DECRYPT);
+    const std::u16string folder = u"C:\\x\\y/z\\";
+#else
+    info = record("/x/y\\z/renamed.lqvz", CRYPT_MODE_DECRYPT);
+    const std::u16string folder = u"/x/y\\z/";
+#endif
+    std::copy(stored.begin(), stored.end(), info->m_sDestFileInfo.m_DestFileHeader.m_szFileName);
+    Access::getDestFilePath(*m_engine, info, plat::FALSE);
+    EXPECT_EQ(info->m_sDestFileInfo.m_szDestFilePath, folder + u"b.doc");
     EXPECT_EQ(Access::getDestFilePath(*m_engine, nullptr, plat::FALSE), plat::E_INVALIDARG);
 }
 
