@@ -29,9 +29,6 @@ constexpr plat::UINT kMenuSearch = 4;
 // Read access to the extended attributes: enough to open the key file without reading it.
 constexpr plat::DWORD kFileReadEa = 0x8;
 
-// The platform's path separator, wherever the walk joins names.
-constexpr char16_t kSeparator[] = u"/";
-
 }  // namespace
 
 // The failure line of the house style, at the point of failure; a macro so that the site names its caller.
@@ -127,7 +124,7 @@ void VELQShellExtProc::_findFilesInFolder(const std::u16string& folder) {
     if (folder.empty() || _isExcludeFolder(folder)) {
         return;
     }
-    const std::u16string pattern = folder + kSeparator + u"*.*";
+    const std::u16string pattern = folder + plat::kPathSeparator + u"*.*";
     plat::WIN32_FIND_DATAW data{};
     plat::HANDLE hFind = plat::FindFirstFileW(pattern.c_str(), &data);
     if (hFind == plat::INVALID_HANDLE_VALUE) {
@@ -138,7 +135,7 @@ void VELQShellExtProc::_findFilesInFolder(const std::u16string& folder) {
         if (name == u"." || name == u"..") {
             continue;
         }
-        const std::u16string path = folder + kSeparator + name;
+        const std::u16string path = folder + plat::kPathSeparator + name;
         if ((data.dwFileAttributes & plat::FILE_ATTRIBUTE_DIRECTORY) != 0) {
             _findFilesInFolder(path);
         } else if (_isEncryptedFile(name)) {

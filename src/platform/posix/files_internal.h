@@ -72,8 +72,4 @@ std::string privateTempFolderPath();
 // The folder part of a path ("." for a bare name, "/" for a name just under the root).
 std::string parentFolderOf(const std::string& path);
 
-// A file-name pattern as FindFirstFileW takes it: "*" matches any run of units, "?" exactly one, the rest
-// must be equal (callers lower both texts first when case does not count).
-bool wildcardMatch(std::u16string_view name, std::u16string_view pattern);
-
 }  // namespace plat

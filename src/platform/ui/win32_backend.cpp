@@ -52,6 +52,7 @@ class Win32Backend : public Backend {
 public:
     explicit Win32Backend(PictureSource pictures) : m_wait(std::move(pictures)) {}
     std::string_view name() const override { return "win32"; }
+    bool usesSystemWindows() const override { return true; }
     MessageBoxUi& messageBox() override { return m_messageBox; }
     CursorUi& cursor() override { return m_cursor; }
     WaitUi& wait() override { return m_wait; }

@@ -1,6 +1,10 @@
 // The error list's dialog (template 51 of the program's resources) with the core's dialog procedure.
+// Like the dialogs of the other systems it tells the UI backend what a person would see: each row the
+// core adds, the moment the list is shown, and its end once shown. The system's own UI shows the dialog
+// and ignores these reports; the scripted UI records them and answers through the dialog's messages.
 #include "ui/win32_dialogs.h"
 
+#include "plat/ui.h"
 #include "ui/win32_resource_name.h"
 
 #include "win32/wide.h"
@@ -38,6 +42,48 @@ DLGPROC procedureOf(::HWND dialog) {
     return result;
 }
 
+// The error list was shown at least once: its end is then the person's to see. A property, because at
+// WM_DESTROY the system has already hidden the window.
+constexpr wchar_t kShownProperty[] = L"VELQ.ErrorListShown";
+constexpr ::UINT_PTR kRowWatch = 1;
+
+// The list control's rows as the core inserts them, reported with the count that follows each.
+::LRESULT CALLBACK rowWatch(::HWND list, ::UINT message, ::WPARAM wParam, ::LPARAM lParam, ::UINT_PTR,
+                            ::DWORD_PTR dialog) {
+    const ::LRESULT result = ::DefSubclassProc(list, message, wParam, lParam);
+    if (message == LVM_INSERTITEMW && result != -1) {
+        const auto* item = reinterpret_cast<const ::LVITEMW*>(lParam);
+        const LPCWSTR text = item->pszText != nullptr ? win32::units(item->pszText) : u"";
+        const auto count = static_cast<unsigned>(::SendMessageW(list, LVM_GETITEMCOUNT, 0, 0));
+        ui::currentBackend().errorList().rowAdded(win32::fromNative(reinterpret_cast<::HWND>(dialog)), text,
+                                                  count);
+    } else if (message == WM_NCDESTROY) {
+        ::RemoveWindowSubclass(list, &rowWatch, kRowWatch);
+    }
+    return result;
+}
+
+// The error list's procedure: the core's, with the reports to the backend around it.
+::INT_PTR CALLBACK errorListProcedure(::HWND dialog, ::UINT message, ::WPARAM wParam, ::LPARAM lParam) {
+    if (message == WM_INITDIALOG) {
+        ::SetWindowSubclass(::GetDlgItem(dialog, IDC_ERROR_LIST), &rowWatch, kRowWatch,
+                            reinterpret_cast<::DWORD_PTR>(dialog));
+    }
+    const bool shownNow =
+        message == WM_SHOWWINDOW && wParam != FALSE && ::GetPropW(dialog, kShownProperty) == nullptr;
+    if (shownNow) {
+        ::SetPropW(dialog, kShownProperty, reinterpret_cast<::HANDLE>(1));
+    }
+    const bool endOfShown = message == WM_DESTROY && ::RemovePropW(dialog, kShownProperty) != nullptr;
+    const ::INT_PTR result = dialogProcedure(dialog, message, wParam, lParam);
+    if (shownNow) {
+        ui::currentBackend().errorList().shown(win32::fromNative(dialog));
+    } else if (endOfShown) {
+        ui::currentBackend().errorList().closed(win32::fromNative(dialog));
+    }
+    return result;
+}
+
 // The list control of template 51 is the common controls' report view: its class is registered here.
 void registerListControl() {
     static const bool registered = [] {
@@ -68,7 +114,7 @@ HWND CreateDialogParamW(HINSTANCE hInstance, UINT templateId, HWND hWndParent, D
     }
     return createWith(lpDialogFunc, [&] {
         return ::CreateDialogParamW(win32::native(hInstance), ui::resourceName(templateId),
-                                    win32::native(hWndParent), &dialogProcedure, dwInitParam);
+                                    win32::native(hWndParent), &errorListProcedure, dwInitParam);
     });
 }
 

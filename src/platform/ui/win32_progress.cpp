@@ -1,12 +1,15 @@
 // The progress dialog of the Windows program: the shell's own (CLSID_ProgressDialog), behind the layer's
-// IProgressDialog. The layer's interface is a plain C++ one of its own (no QueryInterface or AddRef), so
-// one object here holds the shell's COM object and forwards each call as it stands. Like the shell's
-// object it has no lock of its own: the core calls it from the worker and the progress thread at once,
-// as it calls the shell's object on Windows, and the shell's object guards itself.
+// IProgressDialog; under the scripted UI the backends' own (ui/backend_progress.cpp). The layer's interface
+// is a plain C++ one of its own (no QueryInterface or AddRef), so one object here holds the shell's COM
+// object and forwards each call as it stands. Like the shell's object it has no lock of its own: the core
+// calls it from the worker and the progress thread at once, as it calls the shell's object on Windows, and
+// the shell's object guards itself.
 #include <atomic>
 #include <cstring>
 
 #include "plat/progress.h"
+#include "plat/ui.h"
+#include "ui/backend_progress.h"
 #include "win32/wide.h"
 // After wide.h: COM's header needs <windows.h> first.
 #include <objbase.h>
@@ -102,6 +105,11 @@ HRESULT CoCreateInstance(const CLSID& rclsid, void* pUnkOuter, DWORD dwClsContex
     }
     if (!(riid == IID_IProgressDialog)) {
         return E_NOINTERFACE;
+    }
+    // Under another UI than the system's (the scripted one) the dialog is that UI's, as on every system.
+    if (!ui::currentBackend().usesSystemWindows()) {
+        *ppv = ui::newBackendProgressDialog();
+        return *ppv != nullptr ? S_OK : E_OUTOFMEMORY;
     }
     const ::GUID shellClass = nativeGuid(CLSID_ProgressDialog);
     const ::GUID shellInterface = nativeGuid(IID_IProgressDialog);

@@ -1,6 +1,10 @@
-// The clipboard and its movable global memory: the API's own calls.
+// The clipboard and its movable global memory: the API's own calls. Text set as CF_UNICODETEXT is also
+// told to the UI backend, as on every system: the system's own UI ignores it, the scripted UI records it.
 #include "plat/clipboard.h"
+#include "plat/ui.h"
 #include "wide.h"
+
+#include <string>
 
 namespace plat {
 
@@ -12,6 +16,22 @@ namespace {
 
 HGLOBAL fromNative(::HANDLE memory) {
     return reinterpret_cast<HGLOBAL>(memory);
+}
+
+// The text of a CF_UNICODETEXT block: up to its first NUL, never past its end.
+std::u16string unicodeTextOf(HGLOBAL memory) {
+    const auto* units = static_cast<const char16_t*>(::GlobalLock(native(memory)));
+    if (units == nullptr) {
+        return {};
+    }
+    const std::size_t capacity = ::GlobalSize(native(memory)) / sizeof(char16_t);
+    std::size_t length = 0;
+    while (length < capacity && units[length] != u'\0') {
+        ++length;
+    }
+    std::u16string text(units, length);
+    ::GlobalUnlock(native(memory));
+    return text;
 }
 
 }  // namespace
@@ -41,6 +61,9 @@ BOOL EmptyClipboard() {
 }
 
 HGLOBAL SetClipboardData(UINT uFormat, HGLOBAL hMem) {
+    if (uFormat == CF_UNICODETEXT && hMem != nullptr) {
+        ui::currentBackend().clipboard().setText(unicodeTextOf(hMem));
+    }
     return fromNative(::SetClipboardData(uFormat, native(hMem)));
 }
 

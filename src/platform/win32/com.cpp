@@ -1,6 +1,6 @@
-// COM's start and end on a thread, and fresh GUIDs: the API's own calls. The progress dialog object
-// (CoCreateInstance of CLSID_ProgressDialog) belongs to the Windows UI backend that is still to come: the
-// layer's IProgressDialog is an interface of its own, not the shell's COM interface.
+// COM's start and end on a thread, and fresh GUIDs: the API's own calls. CoCreateInstance of the progress
+// dialog is in ui/win32_progress.cpp: the layer's IProgressDialog is an interface of its own, not the
+// shell's COM interface, and which object stands behind it depends on the UI backend.
 #include "plat/progress.h"
 #include "wide.h"
 // After wide.h: COM's header needs <windows.h> first.

@@ -1,6 +1,5 @@
-// Window placement and visibility, dialog controls and icons: the API's own calls. The one dialog
-// template of the program (the error list, 51) needs the program's resource script, which the Windows
-// build does not make yet; CreateDialogParamW comes with it.
+// Window placement and visibility, dialog controls and icons: the API's own calls. CreateDialogParamW of
+// the program's one dialog template (the error list, 51) is in ui/win32_dialogs.cpp.
 #include "plat/dialogs.h"
 #include "wide.h"
 

@@ -1,6 +1,8 @@
 // The shell's URL escaping and ShellExecuteW (a search-ms: query opens the system's search window):
-// the API's own calls.
+// the API's own calls. Under another UI than the system's (the scripted one) the search is that UI's.
 #include "plat/shell.h"
+#include "plat/ui.h"
+#include "ui/backend_search.h"
 #include "wide.h"
 // After wide.h: the shell's headers need <windows.h> first.
 #include <shellapi.h>
@@ -22,6 +24,9 @@ HRESULT UrlEscapeW(LPCWSTR pszUrl, LPWSTR pszEscaped, DWORD* pcchEscaped, DWORD 
 
 std::intptr_t ShellExecuteW(HWND hwnd, LPCWSTR lpOperation, LPCWSTR lpFile, LPCWSTR lpParameters,
                             LPCWSTR lpDirectory, int nShowCmd) {
+    if (!ui::currentBackend().usesSystemWindows()) {
+        return ui::showSearchInBackend(lpFile);
+    }
     return reinterpret_cast<std::intptr_t>(::ShellExecuteW(win32::native(hwnd), wide(lpOperation),
                                                            wide(lpFile), wide(lpParameters),
                                                            wide(lpDirectory), nShowCmd));

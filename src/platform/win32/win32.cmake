@@ -22,6 +22,9 @@ target_link_libraries(velq_platform PRIVATE $<TARGET_NAME_IF_EXISTS:velq_strings
 # runtime's _vsnwprintf: the debug log's lines are then the same bytes on every system, %n stays refused,
 # and msvcrt lacks the hh, z, j and t sizes and writes exponents with three digits.
 target_sources(velq_platform PRIVATE posix/format.cpp)
+# The scripted UI's progress dialog and search are the backends' own, as on every system; the search walks
+# the folders with the API's FindFirstFileW and matches names with the layer's patterns (no system call).
+target_sources(velq_platform PRIVATE ui/backend_search.cpp posix/wildcard.cpp)
 
 # WinBio: the simulated sensor, the empty backend and the backend over the system's winbio.dll
 # (winbio/winbio_win32.cpp, chosen when VELQ_WINBIO is unset); there is no fprintd on Windows.
@@ -32,10 +35,10 @@ target_sources(velq_platform PRIVATE winbio/backend.cpp winbio/winbio_none.cpp w
 target_include_directories(velq_platform PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>)
 
 # The native UI (src/platform/ui/win32_*): the system's message boxes, the shell's progress dialog
-# (plat::CoCreateInstance), the error list's dialog 51 (plat::CreateDialogParamW), the wait window and
-# the key backup's password dialogs.
-target_sources(velq_platform PRIVATE ui/win32_backend.cpp ui/win32_progress.cpp ui/win32_dialogs.cpp
-    ui/win32_wait.cpp ui/win32_transfer.cpp ui/win32_dialog_template.cpp)
+# (plat::CoCreateInstance; the backends' own under the scripted UI), the error list's dialog 51
+# (plat::CreateDialogParamW), the wait window and the key backup's password dialogs.
+target_sources(velq_platform PRIVATE ui/win32_backend.cpp ui/win32_progress.cpp ui/backend_progress.cpp
+    ui/win32_dialogs.cpp ui/win32_wait.cpp ui/win32_transfer.cpp ui/win32_dialog_template.cpp)
 target_link_libraries(velq_platform PUBLIC comctl32 comdlg32 wtsapi32)
 
 # The UI backends: the scripted UI (VELQ_UI=script, and for now the default) with its interaction kinds;

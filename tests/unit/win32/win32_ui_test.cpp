@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -147,7 +148,10 @@ TEST(MessageBoxOwner, ThatIsNoWindowFailsWithTheSystemsError) {
 
 class ShellProgressDialog : public ::testing::Test {
 protected:
+    // The shell's dialog is the system UI's: under another UI (VELQ_UI=script) the object is that UI's.
     void SetUp() override {
+        ui::currentBackend();  // chosen now, so that it comes back
+        m_pPrevious = ui::installBackend(ui::makeWin32Backend());
         ASSERT_TRUE(SUCCEEDED(plat::CoInitialize(nullptr)));
         void* object = nullptr;
         const HRESULT created =
@@ -164,6 +168,7 @@ protected:
             EXPECT_EQ(m_pDialog->Release(), 0u);
         }
         plat::CoUninitialize();
+        m_pWin32 = ui::installBackend(std::move(m_pPrevious));  // kept: the shell's threads may still ask
     }
 
     // The dialog's window by its title, once it stands.
@@ -184,6 +189,8 @@ protected:
     }
 
     IProgressDialog* m_pDialog = nullptr;
+    std::unique_ptr<ui::Backend> m_pPrevious;
+    std::unique_ptr<ui::Backend> m_pWin32;
 };
 
 TEST_F(ShellProgressDialog, ShowsTheTitleAndLinesAndHearsItsCancel) {

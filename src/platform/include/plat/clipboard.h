@@ -1,6 +1,6 @@
-// The clipboard and the movable global memory that carries its data, as the Windows API has them. On
-// POSIX the text set as CF_UNICODETEXT goes to the process's UI backend (ClipboardUi), which puts it where
-// this system's clipboard is.
+// The clipboard and the movable global memory that carries its data, as the Windows API has them. The
+// text set as CF_UNICODETEXT goes to the process's UI backend (ClipboardUi): on POSIX the backend puts it
+// where this system's clipboard is; on Windows the system's clipboard holds it and the backend is told.
 #pragma once
 
 #include "plat/types.h"

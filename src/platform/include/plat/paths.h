@@ -6,6 +6,13 @@
 
 namespace plat {
 
+// The separator that the system's own paths use; its calls take "/" too on Windows.
+#ifdef _WIN32
+inline constexpr WCHAR kPathSeparator = u'\\';
+#else
+inline constexpr WCHAR kPathSeparator = u'/';
+#endif
+
 // The extension of the last component: a pointer to its last ".", or to the terminating NUL when the
 // last component has no dot (a dot in a folder name does not count). Null gives null.
 LPCWSTR PathFindExtensionW(LPCWSTR pszPath);

@@ -36,16 +36,17 @@ inline constexpr std::intptr_t SE_ERR_FNF = 2;
 inline constexpr std::intptr_t SE_ERR_NOASSOC = 31;
 inline constexpr std::intptr_t SE_SUCCESS = 42;
 
-// Opens `lpFile`. The one kind of file this platform opens is a search query of the shell:
+// Opens `lpFile`. On Windows under the system's own UI this is the shell's call as it stands. Otherwise
+// (every POSIX backend, and the scripted UI on Windows) the one kind of file opened is a search query:
 //   search-ms:query=PATTERN[&crumb=location:ESCAPED-PATH]...
 // PATTERN (after unescaping) is a file-name pattern with '*' and '?', compared ignoring ASCII case. Each
 // location is unescaped with urlUnescape; an empty one names no place and is passed over. Every regular
 // file under the locations (all depths, symbolic links not followed, unreadable folders passed over)
-// whose name fits the pattern is found; with no location the user's home ($HOME) is searched. The query
-// and the sorted list of files are shown by the process's UI backend (its search window) before the call
-// returns. Result: SE_SUCCESS; SE_ERR_NOASSOC for anything that is not such a query (or a null/empty
-// file), with the last error ERROR_NO_ASSOCIATION. `hwnd`, `lpOperation`, `lpParameters`,
-// `lpDirectory` and `nShowCmd` are accepted and not used.
+// whose name fits the pattern is found; with no location the user's home folder (userHomeFolder) is
+// searched. The query and the sorted list of files are shown by the process's UI backend (its search
+// window) before the call returns. Result: SE_SUCCESS; SE_ERR_NOASSOC for anything that is not such a
+// query (or a null/empty file), with the last error ERROR_NO_ASSOCIATION. `hwnd`, `lpOperation`,
+// `lpParameters`, `lpDirectory` and `nShowCmd` are accepted and not used.
 inline constexpr DWORD ERROR_NO_ASSOCIATION = 1155;
 std::intptr_t ShellExecuteW(HWND hwnd, LPCWSTR lpOperation, LPCWSTR lpFile, LPCWSTR lpParameters,
                             LPCWSTR lpDirectory, int nShowCmd);
@@ -58,7 +59,8 @@ struct SearchQuery {
 };
 SearchQuery parseSearchQuery(std::u16string_view text);
 
-// The files under `locations` (or $HOME when there is none) whose names fit `pattern`, sorted.
+// The files under `locations` (or the user's home folder when there is none) whose names fit `pattern`,
+// sorted; each is its location and the names below it joined by kPathSeparator.
 std::vector<std::u16string> findMatchingFiles(const std::u16string& pattern,
                                               const std::vector<std::u16string>& locations);
 

@@ -175,13 +175,17 @@ public:
     virtual ClipboardUi& clipboard() { return silentClipboard(); }
     virtual KeyFileDialogUi& keyFileDialog() { return unavailableKeyFileDialog(); }
     virtual SearchWindowUi& searchWindow() { return silentSearchWindow(); }
+    // True for a backend whose progress dialog and search window are the system's own (the Windows UI):
+    // the layer then hands those to the system instead of to this backend's kinds.
+    virtual bool usesSystemWindows() const { return false; }
 };
 
 // The process's backend, chosen once on first use from VELQ_UI ("script", "tty" or "gtk"; "win32" in the
 // Windows program, whose default it is); without it: gtk when a display is named and the desktop UI is
-// built in, else tty when stdin and stderr are terminals, else script. An unknown name ("gtk" while it is not built in) falls back to that default
-// with a one-line warning on stderr; so does gtk when the display cannot be opened. Thread-safe; the chosen
-// backend lives until the process ends, so a thread may still ask while the process exits.
+// built in, else tty when stdin and stderr are terminals, else script. An unknown name ("gtk" while it is not
+// built in) falls back to that default with a one-line warning on stderr; so does gtk when the display cannot
+// be opened. Thread-safe; the chosen backend lives until the process ends, so a thread may still ask while
+// the process exits.
 Backend& currentBackend();
 
 // Ends the backend's own UI thread, if it has one (the desktop UI's), once the program's work is done: no
