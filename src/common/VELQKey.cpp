@@ -90,22 +90,22 @@ bool openLocalSlot(const Fields& fields, std::string_view passPhrase,
            velqkeywrap::openKey(kek.bytes, velqkeyfile::localSlotAad(fields), fields.localSlot, key);
 }
 
+// Opens the password slot; `kek` keeps the key-encryption key that did it.
 bool openPasswordSlot(const Fields& fields, std::string_view passPhrase,
-                      unsigned char (&key)[VELQKey::kKeyBytes]) {
-    Secret kek;
-    return velqkeywrap::derivePasswordKek(passPhrase, fields.scrypt, fields.passwordSlot.salt.data(),
-                                          kek.bytes) &&
-           velqkeywrap::openKey(kek.bytes, velqkeyfile::passwordSlotAad(fields), fields.passwordSlot, key);
+                      unsigned char (&key)[VELQKey::kKeyBytes],
+                      unsigned char (&kek)[velqkeywrap::kKeyBytes]) {
+    return velqkeywrap::derivePasswordKek(passPhrase, fields.scrypt, fields.passwordSlot.salt.data(), kek) &&
+           velqkeywrap::openKey(kek, velqkeyfile::passwordSlotAad(fields), fields.passwordSlot, key);
 }
 
+// Seals the password slot under a new salt; `kek` keeps the key-encryption key that did it.
 HRESULT sealPasswordSlot(Fields& fields, std::string_view passPhrase,
-                         const unsigned char (&key)[VELQKey::kKeyBytes]) {
-    Secret kek;
+                         const unsigned char (&key)[VELQKey::kKeyBytes],
+                         unsigned char (&kek)[velqkeywrap::kKeyBytes]) {
     const bool ok =
         velqcrypto::randomBytes(fields.passwordSlot.salt.data(), fields.passwordSlot.salt.size()) &&
-        velqkeywrap::derivePasswordKek(passPhrase, fields.scrypt, fields.passwordSlot.salt.data(),
-                                       kek.bytes) &&
-        velqkeywrap::sealKey(kek.bytes, velqkeyfile::passwordSlotAad(fields), key, fields.passwordSlot);
+        velqkeywrap::derivePasswordKek(passPhrase, fields.scrypt, fields.passwordSlot.salt.data(), kek) &&
+        velqkeywrap::sealKey(kek, velqkeyfile::passwordSlotAad(fields), key, fields.passwordSlot);
     return ok ? S_OK : plat::E_FAIL;
 }
 
@@ -132,11 +132,18 @@ struct Utf8Secret {
     Utf8Secret& operator=(const Utf8Secret&) = delete;
 };
 
+// Opens the file with the local slot or else the password slot; `byPassword` tells whether the password
+// slot did it, and then `passwordKek` holds its key-encryption key.
 HRESULT openFile(const Fields& fields, const std::vector<unsigned char>& body,
-                 const std::u16string& passPhrase, unsigned char (&key)[VELQKey::kKeyBytes]) {
+                 const std::u16string& passPhrase, unsigned char (&key)[VELQKey::kKeyBytes],
+                 unsigned char (&passwordKek)[velqkeywrap::kKeyBytes], bool& byPassword) {
     const Utf8Secret pass(passPhrase);
-    if (!openLocalSlot(fields, pass.text, key) && !openPasswordSlot(fields, pass.text, key)) {
-        return VELQ_E_WRONG_PASSPHRASE;
+    byPassword = false;
+    if (!openLocalSlot(fields, pass.text, key)) {
+        byPassword = openPasswordSlot(fields, pass.text, key, passwordKek);
+        if (!byPassword) {
+            return VELQ_E_WRONG_PASSPHRASE;
+        }
     }
     std::array<unsigned char, velqkeyfile::kKeyIdBytes> id{};
     std::array<unsigned char, velqkeyfile::kMacBytes> mac{};
@@ -158,12 +165,21 @@ VELQKey::VELQKey(const unsigned char (&key)[kKeyBytes], std::string sid,
       m_keyId(keyId),
       m_bHasPasswordSlot(false),
       m_scrypt{},
-      m_passwordSlot{} {
+      m_passwordSlot{},
+      m_passwordKek{},
+      m_bHasPasswordKek(false) {
     std::memcpy(m_key, key, kKeyBytes);
 }
 
 VELQKey::~VELQKey() {
     velqcrypto::wipe(m_key, sizeof(m_key));
+    velqcrypto::wipe(m_passwordKek, sizeof(m_passwordKek));
+}
+
+// Kept as secret as the key itself (and wiped with it): what opened or sealed the password slot.
+void VELQKey::_keepPasswordKek(const unsigned char (&kek)[kKeyBytes]) {
+    std::memcpy(m_passwordKek, kek, sizeof(m_passwordKek));
+    m_bHasPasswordKek = true;
 }
 
 long VELQKey::createKey(VELQKey** ppKey) {
@@ -197,8 +213,11 @@ long VELQKey::loadVELQKey(VELQKey** ppKey, const std::u16string& path, const std
         result = velqkeyfile::parseFile(content.data(), content.size(), fields);
     }
     Secret key;
+    Secret passwordKek;
+    bool byPassword = false;
     if (plat::SUCCEEDED(result)) {
-        result = openFile(fields, velqkeyfile::encodeBody(fields), passPhrase, key.bytes);
+        result = openFile(fields, velqkeyfile::encodeBody(fields), passPhrase, key.bytes, passwordKek.bytes,
+                          byPassword);
     }
     if (plat::FAILED(result)) {
         VELQ_LOG(DBG_LEVEL_ERR, u" (VELQKey::loadVELQKey)", u"Error Code: 0x%x", result);
@@ -208,6 +227,9 @@ long VELQKey::loadVELQKey(VELQKey** ppKey, const std::u16string& path, const std
     loaded->m_bHasPasswordSlot = true;
     loaded->m_scrypt = fields.scrypt;
     loaded->m_passwordSlot = fields.passwordSlot;
+    if (byPassword) {
+        loaded->_keepPasswordKek(passwordKek.bytes);
+    }
     *ppKey = loaded;
     return S_OK;
 }
@@ -231,8 +253,10 @@ long VELQKey::saveToFile(const std::u16string& path, const std::u16string& passP
     fields.keyId = m_keyId;
     fields.scrypt = params;
     const Utf8Secret pass(passPhrase);
-    HRESULT result =
-        velqkeyfile::isAcceptable(params) ? sealPasswordSlot(fields, pass.text, m_key) : plat::E_INVALIDARG;
+    Secret passwordKek;
+    HRESULT result = velqkeyfile::isAcceptable(params)
+                         ? sealPasswordSlot(fields, pass.text, m_key, passwordKek.bytes)
+                         : plat::E_INVALIDARG;
     if (plat::SUCCEEDED(result)) {
         result = _write(path, fields);
     }
@@ -243,6 +267,7 @@ long VELQKey::saveToFile(const std::u16string& path, const std::u16string& passP
     m_bHasPasswordSlot = true;
     m_scrypt = fields.scrypt;
     m_passwordSlot = fields.passwordSlot;
+    _keepPasswordKek(passwordKek.bytes);
     return S_OK;
 }
 
@@ -252,12 +277,34 @@ long VELQKey::import(const std::u16string& path) {
                  static_cast<plat::HRESULT>(VELQ_E_NO_PASSWORD_SLOT));
         return VELQ_E_NO_PASSWORD_SLOT;
     }
+    // Whoever holds the backup and its password holds the key already: binding it to the importing user
+    // gives nobody more, and the files themselves still name the one user who may open them.
+    const std::string owner = plat::toUtf8(plat::processOwnerSidText());
+    if (owner.empty()) {
+        VELQ_LOG(DBG_LEVEL_ERR, u" (VELQKey::import)", u"Error Code: 0x%x", plat::E_FAIL);
+        return plat::E_FAIL;
+    }
     Fields fields;
-    fields.sid = m_sid;
+    fields.sid = owner;
     fields.keyId = m_keyId;
     fields.scrypt = m_scrypt;
     fields.passwordSlot = m_passwordSlot;
-    const HRESULT result = _write(path, fields);
+    // The password slot authenticates the SID: for another user it is sealed anew, under the same
+    // password (its salt and key-encryption key), so that the backup's password still opens the file.
+    HRESULT result = S_OK;
+    if (owner != m_sid && !m_bHasPasswordKek) {
+        result = VELQ_E_NO_PASSWORD_SLOT;
+    } else if (owner != m_sid && !velqkeywrap::sealKey(m_passwordKek, velqkeyfile::passwordSlotAad(fields),
+                                                       m_key, fields.passwordSlot)) {
+        result = plat::E_FAIL;
+    }
+    if (plat::SUCCEEDED(result)) {
+        result = _write(path, fields);
+    }
+    if (plat::SUCCEEDED(result)) {
+        m_sid = owner;
+        m_passwordSlot = fields.passwordSlot;
+    }
     if (plat::FAILED(result)) {
         VELQ_LOG(DBG_LEVEL_ERR, u" (VELQKey::import)", u"Error Code: 0x%x", result);
     }

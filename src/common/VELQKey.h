@@ -59,8 +59,10 @@ public:
                     const velqkeyfile::ScryptParams& params);
 
     // Stores this key as this machine's root key file at `path`: the password slot as it was loaded (or
-    // last saved), a new local slot for this machine. VELQ_E_NO_PASSWORD_SLOT for a key never loaded or
-    // saved; else as saveToFile.
+    // last saved), a new local slot for this machine, and the key bound from now on to the user who runs
+    // the process. A backup thus comes back for its user on another system, where the same person has
+    // another SID (S-1-22-1-<uid> on Linux, the account's SID on Windows). VELQ_E_NO_PASSWORD_SLOT for a
+    // key never loaded or saved; E_FAIL when the process's user has no SID; else as saveToFile.
     long import(const std::u16string& path);
 
     // 0 when the key belongs to the user of SID text `sid`, else VELQ_E_OTHER_USER.
@@ -80,6 +82,7 @@ private:
     VELQKey(const unsigned char (&key)[kKeyBytes], std::string sid,
             const std::array<unsigned char, velqkeyfile::kKeyIdBytes>& keyId);
     long _write(const std::u16string& path, velqkeyfile::Fields& fields);
+    void _keepPasswordKek(const unsigned char (&kek)[kKeyBytes]);
 
     unsigned char m_key[kKeyBytes];
     std::string m_sid;
@@ -87,4 +90,8 @@ private:
     bool m_bHasPasswordSlot;
     velqkeyfile::ScryptParams m_scrypt;
     velqkeyfile::Slot m_passwordSlot;
+    // The key-encryption key of the password slot, once the slot was opened or sealed here: import seals
+    // the slot anew with it when the key passes to another SID.
+    unsigned char m_passwordKek[kKeyBytes];
+    bool m_bHasPasswordKek;
 };
