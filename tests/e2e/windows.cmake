@@ -1,0 +1,16 @@
+# The Windows program's end-to-end tests, under wine64 in the tree's prefix (64-bit trees): the scripted
+# UI, a transcript and the simulated sensor, as on Linux. The cross-system case also runs a Linux program
+# (VELQ_LINUX_PROGRAM, e.g. build/asan/src/app/VELQFileEncrypt, given by scripts/test-windows.sh when that
+# tree is there); without it the case is skipped with the reason.
+find_program(VELQ_PYTHON3 python3 NO_CMAKE_FIND_ROOT_PATH)
+set(VELQ_LINUX_PROGRAM "" CACHE FILEPATH "The Linux VELQFileEncrypt for the cross-system end-to-end case")
+if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
+    foreach(case progress_and_error_list search cross_system)
+        add_test(NAME e2e_windows_${case}
+                 COMMAND ${VELQ_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/windows_program_test.py
+                         $<TARGET_FILE:VELQFileEncrypt> $<TARGET_FILE:velq>
+                         ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
+                         ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix "${VELQ_LINUX_PROGRAM}" ${case})
+        set_tests_properties(e2e_windows_${case} PROPERTIES LABELS e2e TIMEOUT 600 SKIP_RETURN_CODE 77)
+    endforeach()
+endif()
