@@ -29,16 +29,6 @@ namespace {
 
 using velq_test::RecordingScope;
 
-bool windowsCanBeMade() {
-    const ::HWND probe =
-        ::CreateWindowExW(0, L"Static", L"", 0, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr);
-    if (probe == nullptr) {
-        return false;
-    }
-    ::DestroyWindow(probe);
-    return true;
-}
-
 IProgressDialog* newProgressDialog() {
     void* object = nullptr;
     EXPECT_EQ(plat::CoCreateInstance(CLSID_ProgressDialog, nullptr, CLSCTX_ALL, IID_IProgressDialog, &object),
@@ -47,9 +37,7 @@ IProgressDialog* newProgressDialog() {
 }
 
 TEST(ScriptedUiProgress, IsTheBackendsOwnWithAWindowTheCoreFindsByItsTitle) {
-    if (!windowsCanBeMade()) {
-        GTEST_SKIP() << "the system cannot make windows here (no window driver)";
-    }
+    SKIP_WITHOUT_WINDOWS();
     RecordingScope recording;
     IProgressDialog* dialog = newProgressDialog();
     ASSERT_NE(dialog, nullptr);
@@ -124,9 +112,7 @@ void addRow(HWND dialog, const char16_t* text) {
 }
 
 TEST(ScriptedUiErrorList, HearsEachRowItsShowingAndTheEndOfAShownList) {
-    if (!windowsCanBeMade()) {
-        GTEST_SKIP() << "the system cannot make windows here (no window driver)";
-    }
+    SKIP_WITHOUT_WINDOWS();
     RecordingScope recording;
     const HWND dialog = newErrorList();
     if (dialog == nullptr) {
@@ -144,9 +130,7 @@ TEST(ScriptedUiErrorList, HearsEachRowItsShowingAndTheEndOfAShownList) {
 }
 
 TEST(ScriptedUiErrorList, ThatWasNeverShownEndsUnheard) {
-    if (!windowsCanBeMade()) {
-        GTEST_SKIP() << "the system cannot make windows here (no window driver)";
-    }
+    SKIP_WITHOUT_WINDOWS();
     RecordingScope recording;
     const HWND dialog = newErrorList();
     if (dialog == nullptr) {

@@ -11,6 +11,22 @@
 
 namespace plat::test {
 
+// Skips a case where the system cannot make windows (a Wine prefix without a display or the null driver).
+inline bool windowsCanBeMade() {
+    const ::HWND probe =
+        ::CreateWindowExW(0, L"Static", L"", 0, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr);
+    if (probe == nullptr) {
+        return false;
+    }
+    ::DestroyWindow(probe);
+    return true;
+}
+
+#define SKIP_WITHOUT_WINDOWS()                                                    \
+    if (!::plat::test::windowsCanBeMade()) {                                      \
+        GTEST_SKIP() << "the system cannot make windows here (no window driver)"; \
+    }
+
 // Handles what was sent or posted to the calling thread's windows.
 inline void pumpMessages() {
     ::MSG msg{};

@@ -29,26 +29,10 @@ using test::Asker;
 using test::eventually;
 using test::textOf;
 
-// Skips a case where the system cannot make windows (a Wine prefix without a display or the null driver).
-bool windowsCanBeMade() {
-    const ::HWND probe =
-        ::CreateWindowExW(0, L"Static", L"", 0, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr);
-    if (probe == nullptr) {
-        return false;
-    }
-    ::DestroyWindow(probe);
-    return true;
-}
-
 bool underWine() {
     const ::HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
     return ntdll != nullptr && ::GetProcAddress(ntdll, "wine_get_version") != nullptr;
 }
-
-#define SKIP_WITHOUT_WINDOWS()                                                    \
-    if (!windowsCanBeMade()) {                                                    \
-        GTEST_SKIP() << "the system cannot make windows here (no window driver)"; \
-    }
 
 // --- The choice of the backend ---
 
