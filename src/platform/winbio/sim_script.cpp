@@ -196,6 +196,10 @@ private:
             return fail("the code must be written 0x and up to 8 hex digits, not '" + std::string(codeWord) +
                         "'");
         }
+        // A touch that "fails" with a success code would identify nobody and yet succeed.
+        if (!FAILED(static_cast<HRESULT>(code))) {
+            return fail("touch error takes a failure code (0x8...), not '" + std::string(codeWord) + "'");
+        }
         m_script.timeline.push_back(SimStep{SimStep::Kind::Touch, static_cast<HRESULT>(code), {}, 0});
         return true;
     }

@@ -5,7 +5,7 @@
 //   enrolling                another enrollment runs
 //   fail NAME 0xCODE         the WinBio call NAME fails with CODE (hex)
 // and the timeline, taken in order:
-//   touch SID|self | touch unknown|nomatch|bad | touch error 0xCODE
+//   touch SID|self | touch unknown|nomatch|bad | touch error 0xCODE (a failure code)
 //   close-window | session CODE | power CODE | pause MS
 // Words are separated by blanks or tabs; blank lines and lines whose first word starts with '#' are
 // skipped; a CR before the line end is ignored. SIDs are in the text form "S-1-...".

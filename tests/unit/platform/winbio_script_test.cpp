@@ -112,6 +112,8 @@ TEST(SimScriptErrors, RefuseBadNumbersCodesAndSids) {
                          "touch S-1-22-1-",
                          "touch error",
                          "touch error 42",
+                         "touch error 0x0",
+                         "touch error 0x00000001",
                          "close-window now",
                          "session",
                          "power -4",
