@@ -3,11 +3,18 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <string>
 
 namespace plat {
 
 namespace {
 thread_local DWORD t_dwLastError = ERROR_SUCCESS;
+
+// A path whose ENOENT is still to be told apart (2 or 3) when the last error is read. Most lookups that
+// fail (is there already a file of that name?) are never asked why, and telling the two apart costs a
+// second look at the file system; so the look is made only by GetLastError, and SetLastError forgets it.
+thread_local std::string t_missingPath;
+thread_local bool t_bMissingPathPending = false;
 
 bool parentFolderExists(const std::string& path) {
     const std::size_t slash = path.find_last_of('/');
@@ -20,9 +27,18 @@ bool parentFolderExists(const std::string& path) {
 }
 }  // namespace
 
-DWORD GetLastError() { return t_dwLastError; }
+DWORD GetLastError() {
+    if (t_bMissingPathPending) {
+        t_bMissingPathPending = false;
+        t_dwLastError = parentFolderExists(t_missingPath) ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND;
+    }
+    return t_dwLastError;
+}
 
-void SetLastError(DWORD error) { t_dwLastError = error; }
+void SetLastError(DWORD error) {
+    t_bMissingPathPending = false;
+    t_dwLastError = error;
+}
 
 DWORD errorFromErrno(int err) {
     switch (err) {
@@ -75,10 +91,12 @@ DWORD setLastErrorFromErrno(int err) {
     return error;
 }
 
-DWORD setLastErrorFromErrno(int err, const std::string& utf8Path) {
-    const DWORD error = errorFromErrnoForPath(err, utf8Path);
-    SetLastError(error);
-    return error;
+void setLastErrorFromErrno(int err, const std::string& utf8Path) {
+    SetLastError(errorFromErrno(err));
+    if (err == ENOENT) {
+        t_missingPath = utf8Path;
+        t_bMissingPathPending = true;
+    }
 }
 
 }  // namespace plat

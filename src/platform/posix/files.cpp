@@ -59,6 +59,17 @@ FileObject* fileForBytes(HANDLE h) {
     return file != nullptr && file->finishWrites() ? file : nullptr;
 }
 
+// What the umask leaves of this mode is the mode a new file keeps where no exact mode is carried. A
+// read-only file gets no write bit from the start (the descriptor that creates it may still write), so
+// it needs no second call to take them away.
+mode_t creationMode(const OpenRequest& req) {
+    if (req.privateTemp) {
+        return S_IRUSR | S_IWUSR;
+    }
+    const bool exact = (req.attributes & FILE_ATTRIBUTE_UNIX_EXTENSION) != 0;
+    return !exact && (req.attributes & FILE_ATTRIBUTE_READONLY) != 0 ? 0444 : 0666;
+}
+
 // Creates the file exclusively (never through a link), or opens the existing one when the disposition
 // allows it. A file removed between the two tries is created again.
 OpenedFile openOrCreate(const OpenRequest& req) {
@@ -67,7 +78,7 @@ OpenedFile openOrCreate(const OpenRequest& req) {
     const bool mustCreate =
         req.disposition == CREATE_NEW || (req.privateTemp && req.disposition == CREATE_ALWAYS);
     const int noFollow = req.privateTemp ? O_NOFOLLOW : 0;
-    const mode_t initialMode = req.privateTemp ? S_IRUSR | S_IWUSR : 0666;
+    const mode_t initialMode = creationMode(req);
     for (int attempt = 0; attempt < 8; ++attempt) {
         if (mayCreate) {
             const int fd = ::open(req.path.c_str(),
@@ -106,25 +117,20 @@ bool takeShareLock(int fd, DWORD shareMode) {
     return result == 0;
 }
 
-// The mode a new file keeps: exactly the carried permission bits, or what the umask left; read-only takes
-// the write bits away. The open descriptor may still write.
+// Gives a new file its exact mode where one is needed: the carried permission bits, or owner-only in the
+// private temporary folder whatever the umask; read-only takes the write bits away.
 bool applyCreationMode(int fd, const OpenRequest& req) {
+    const bool readOnly = (req.attributes & FILE_ATTRIBUTE_READONLY) != 0;
+    const bool exact = (req.attributes & FILE_ATTRIBUTE_UNIX_EXTENSION) != 0;
     mode_t mode = 0;
-    if ((req.attributes & FILE_ATTRIBUTE_UNIX_EXTENSION) != 0) {
+    if (req.privateTemp && (readOnly || exact)) {
+        mode = S_IRUSR | S_IWUSR;
+    } else if (!req.privateTemp && exact) {
         mode = static_cast<mode_t>(modeOfAttributes(req.attributes)) & kPermissionBits;
-    } else if ((req.attributes & FILE_ATTRIBUTE_READONLY) != 0) {
-        struct stat st {};
-        if (::fstat(fd, &st) != 0) {
-            return false;
-        }
-        mode = st.st_mode & kPermissionBits;
     } else {
         return true;
     }
-    if (req.privateTemp) {
-        mode = S_IRUSR | S_IWUSR;
-    }
-    if ((req.attributes & FILE_ATTRIBUTE_READONLY) != 0) {
+    if (readOnly) {
         mode &= ~kAllWriteBits;
     }
     return ::fchmod(fd, mode) == 0;

@@ -104,6 +104,10 @@ TEST_F(Files, MissingFileAndMissingFolderGiveTwoAndThree) {
     EXPECT_EQ(plat::GetLastError(), plat::ERROR_PATH_NOT_FOUND);
     EXPECT_EQ(plat::GetFileAttributesW(wpath("none").c_str()), plat::INVALID_FILE_ATTRIBUTES);
     EXPECT_EQ(plat::GetLastError(), plat::ERROR_FILE_NOT_FOUND);
+    // Which of the two it is gets decided when it is asked; an error set in between replaces it.
+    EXPECT_EQ(open("no/such", plat::GENERIC_READ, 0, plat::OPEN_EXISTING), plat::INVALID_HANDLE_VALUE);
+    plat::SetLastError(plat::ERROR_ACCESS_DENIED);
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_ACCESS_DENIED);
 }
 
 TEST_F(Files, FoldersAndReadOnlyFilesAreRefusedWithFiveEvenForRoot) {
@@ -181,6 +185,12 @@ TEST_F(Files, ReadOnlyCreationLeavesTheCreatingHandleWritable) {
     plat::CloseHandle(h);
     EXPECT_EQ(modeOf("ro.lqvz") & 0222, 0u);
     EXPECT_EQ(readText("ro.lqvz"), "data");
+    // The mode is what the umask leaves of read access for all, as for any new file.
+    const mode_t previous = ::umask(027);
+    plat::CloseHandle(open("ro2.lqvz", plat::GENERIC_READ | plat::GENERIC_WRITE, 0, plat::CREATE_NEW,
+                           plat::FILE_ATTRIBUTE_READONLY));
+    ::umask(previous);
+    EXPECT_EQ(modeOf("ro2.lqvz") & 07777, 0440u);
     EXPECT_EQ(plat::GetFileAttributesW(wpath("ro.lqvz").c_str()) & 0xFFFF,
               plat::FILE_ATTRIBUTE_READONLY | plat::FILE_ATTRIBUTE_UNIX_EXTENSION);
 }

@@ -20,8 +20,10 @@ DWORD errorFromErrno(int err);
 // last component does not exist, 2 when only the last component is missing.
 DWORD errorFromErrnoForPath(int err, const std::string& utf8Path);
 
-// Sets the last error from errno (optionally with the path rule above) and returns it.
+// Sets the last error from errno and returns it.
 DWORD setLastErrorFromErrno(int err);
-DWORD setLastErrorFromErrno(int err, const std::string& utf8Path);
+// The same with the path rule above, which GetLastError applies when it is asked: the folder is looked at
+// then, not at the failure (a caller reads the last error right after the call that failed).
+void setLastErrorFromErrno(int err, const std::string& utf8Path);
 
 }  // namespace plat
