@@ -21,17 +21,25 @@ std::uint32_t publishedCrc32(std::uint32_t previous, const unsigned char* data, 
     return static_cast<std::uint32_t>(crc32_z(previous, data, length));
 #endif
 }
+
+const std::array<std::uint32_t, 256>& publishedTable() {
+    static const std::array<std::uint32_t, 256> table = [] {
+        std::array<std::uint32_t, 256> entries{};
+        for (std::uint32_t value = 0; value < entries.size(); ++value) {
+            std::uint32_t reg = value;
+            for (int bit = 0; bit < 8; ++bit) {
+                reg = (reg & 1U) != 0 ? (reg >> 1) ^ kPolynomial : reg >> 1;
+            }
+            entries[value] = reg;
+        }
+        return entries;
+    }();
+    return table;
+}
+
 }  // namespace
 
-Crc32Table::Crc32Table() : m_table{} {
-    for (std::uint32_t value = 0; value < m_table.size(); ++value) {
-        std::uint32_t reg = value;
-        for (int bit = 0; bit < 8; ++bit) {
-            reg = (reg & 1U) != 0 ? (reg >> 1) ^ kPolynomial : reg >> 1;
-        }
-        m_table[value] = reg;
-    }
-}
+Crc32Table::Crc32Table() : m_pTable(&publishedTable()) {}
 
 std::uint32_t Crc32Table::update(std::uint32_t crc, const unsigned char* data, std::size_t length) const {
     if (length == 0) {

@@ -12,7 +12,8 @@
 
 class Crc32Table {
 public:
-    // Fills the 256-entry table of the polynomial. Cannot fail.
+    // The 256-entry table of the polynomial, filled once per process (a data pass of a small file is
+    // shorter than filling it). Cannot fail.
     Crc32Table();
 
     // Runs the register, given in `crc`, over `length` bytes at `data` and returns the complemented
@@ -21,8 +22,8 @@ public:
     std::uint32_t update(std::uint32_t crc, const unsigned char* data, std::size_t length) const;
 
     // The table entry for one byte value: the register after shifting that byte through a zero register.
-    std::uint32_t operator[](std::size_t index) const { return m_table[index]; }
+    std::uint32_t operator[](std::size_t index) const { return (*m_pTable)[index]; }
 
 private:
-    std::array<std::uint32_t, 256> m_table;
+    const std::array<std::uint32_t, 256>* m_pTable;
 };

@@ -5,6 +5,7 @@
 #include "app/VELQShellExtProc.h"
 #include "common/VELQCrypt.h"
 #include "common/VELQUserInfo.h"
+#include "common/crypto/Crypto.h"
 #include "diag/DbgLog.h"
 #include "engine/VELQCryptFile.h"
 #include "plat/foreground.h"
@@ -43,7 +44,11 @@ void allocateBuffer(CryptBuffer& buffer, plat::DWORD size, bool zeroed) {
     buffer.m_dwSize = buffer.m_pData != nullptr ? size : 0;
 }
 
+// The data buffer held plain bytes of the person's files: they do not stay behind in freed memory.
 void freeBuffer(CryptBuffer& buffer) {
+    if (buffer.m_pData != nullptr) {
+        velqcrypto::wipe(buffer.m_pData, buffer.m_dwSize);
+    }
     delete[] buffer.m_pData;
     buffer.m_pData = nullptr;
     buffer.m_dwSize = 0;
@@ -81,7 +86,10 @@ VELQCryptFile::VELQCryptFile(const std::vector<std::u16string>& paths, plat::BOO
       m_hErrorDialog(nullptr),
       m_hErrorDialogThread(nullptr),
       m_identityHeader{},
-      m_crc32Key(0) {
+      m_crc32Key(0),
+      m_dwPostedPercent(kNoPercentPosted),
+      m_nSummedFiles(0),
+      m_fSummedPercent(0.0F) {
     VELQ_TRACE(u"VELQCryptFile::VELQCryptFile", u" (VELQCryptFile::VELQCryptFile)");
     plat::SYSTEM_INFO systemInfo{};
     plat::GetSystemInfo(&systemInfo);

@@ -148,12 +148,14 @@ int VELQCryptFile::_tryDecyptFile(FileInfo* lpFileInfos) {
 }
 
 std::u16string VELQCryptFile::_getTempPath() {
-    plat::WCHAR szTempPath[plat::MAX_PATH] = {};
-    const plat::DWORD dwLength = plat::GetTempPathW(plat::MAX_PATH, szTempPath);
-    if (dwLength == 0 || dwLength >= plat::MAX_PATH) {
-        return std::u16string();
+    if (m_szTempPath.empty()) {
+        plat::WCHAR szTempPath[plat::MAX_PATH] = {};
+        const plat::DWORD dwLength = plat::GetTempPathW(plat::MAX_PATH, szTempPath);
+        if (dwLength != 0 && dwLength < plat::MAX_PATH) {
+            m_szTempPath.assign(szTempPath, dwLength);
+        }
     }
-    return std::u16string(szTempPath, dwLength);
+    return m_szTempPath;
 }
 
 std::u16string VELQCryptFile::_getFileName(const FileInfo* lpFileInfos) {
@@ -202,8 +204,9 @@ int VELQCryptFile::_decryptSmallFile(FileInfo* lpFileInfos) {
     const bool bLegacy = m_identityHeader.encryptId == kEncryptIdLegacy;
     std::uint32_t crc32AfterDecrypt = 0;
     plat::DWORD dwRemaining = dwDataLength;
+    // Every byte the cipher takes is read whole into the buffer first (a short read fails the pass), so
+    // the buffer needs no zeroing between blocks.
     while (dwRemaining > 0) {
-        std::memset(pBuffer, 0, m_dataBuffer.m_dwSize);
         if (m_progressDialog.hasUserCancelled()) {
             return VELQ_PASS_FAILURE(u" (_decryptSmallFile)", CRYPT_E_CANCELED);
         }

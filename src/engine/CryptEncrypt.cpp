@@ -111,7 +111,6 @@ int VELQCryptFile::_encryptSmallFile(FileInfo* lpFileInfos) {
     plat::DWORD dwRemaining = dwDataLength;
     std::uint64_t nBytesWrittenTotal = 0;
     while (dwRemaining > 0) {
-        std::memset(pBuffer, 0, m_dataBuffer.m_dwSize);
         if (m_progressDialog.hasUserCancelled()) {
             return VELQ_PASS_FAILURE(u" (_encryptSmallFile)", CRYPT_E_CANCELED);
         }
@@ -131,6 +130,9 @@ int VELQCryptFile::_encryptSmallFile(FileInfo* lpFileInfos) {
         if (dwBytesRead != dwToRead) {
             return VELQ_PASS_FAILURE(u" (_encryptSmallFile)", plat::E_IN_PAGE_ERROR);
         }
+        // The last block's rounding is enciphered zeros; every other byte the cipher takes was just read
+        // (zeroing the whole buffer for a file of a few KiB cost more than its cipher).
+        std::memset(pBuffer + dwBytesRead, 0, dwBlockLength - dwBytesRead);
         m_identityHeader.crc32File = crcTable.update(~m_identityHeader.crc32File, pBuffer, dwBytesRead);
         if (m_pCrypt->encryptStream(pBuffer, dwBlockLength, final) < 0) {
             return VELQ_PASS_FAILURE(u" (_encryptSmallFile)", CRYPT_E_ENCRYPT);

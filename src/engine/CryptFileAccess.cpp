@@ -56,9 +56,11 @@ std::uint64_t dataAreaLength(std::uint64_t nPlainBytes) {
 // holds, or by those the file has now. A decrypted file gets the stored attributes, whose mode (carried in
 // the high bits) may deny writing without the read-only bit among them.
 bool isReadOnly(const std::u16string& path, plat::DWORD dwRecorded) {
+    if ((dwRecorded & plat::FILE_ATTRIBUTE_READONLY) != 0) {
+        return true;
+    }
     const plat::DWORD dwNow = plat::GetFileAttributesW(path.c_str());
-    const bool bNow = dwNow != plat::INVALID_FILE_ATTRIBUTES && (dwNow & plat::FILE_ATTRIBUTE_READONLY) != 0;
-    return bNow || (dwRecorded & plat::FILE_ATTRIBUTE_READONLY) != 0;
+    return dwNow != plat::INVALID_FILE_ATTRIBUTES && (dwNow & plat::FILE_ATTRIBUTE_READONLY) != 0;
 }
 
 // Deletes `path`, clearing its read-only attribute first. A failure is only logged.
@@ -102,8 +104,11 @@ int VELQCryptFile::_openFile(FileInfo* lpFileInfos) {
         return nError;
     }
 
-    // Its outcome matters only for an encrypted file; the data pass of a plain one sets the fields anew.
-    _readIdentityHeader(hFile);
+    // An encryption's source has no identity header to read: its data pass sets the fields anew. Any other
+    // file may be encrypted, or a plain file in a decrypt batch that its headers must refuse.
+    if (lpFileInfos->m_nCryptMode != CRYPT_MODE_ENCRYPT) {
+        _readIdentityHeader(hFile);
+    }
     if (m_identityHeader.encryptId == kEncryptIdCurrent && lpFileInfos->m_bEncrypted &&
         m_crc32Key != m_identityHeader.crc32Key) {
         plat::CloseHandle(hFile);
@@ -194,18 +199,19 @@ int VELQCryptFile::_createFile(FileInfo* lpFileInfos, plat::BOOL bUnattended) {
         return CRYPT_S_OK;
     }
     DestFileInfo& dest = lpFileInfos->m_sDestFileInfo;
-    // An encryption and a verification never overwrite anything.
-    if (bUnattended && plat::PathFileExistsW(dest.m_szDestFilePath.c_str())) {
-        VELQ_LOG_FAILURE(u" (_createFile)", CRYPT_E_WRITE);
-        return CRYPT_E_WRITE;
-    }
+    // An encryption and a verification never overwrite anything: their destination is created only if
+    // nothing of its name exists, in the same step (no window between a test and the creation).
     const plat::DWORD dwAttributes =
         bUnattended ? plat::FILE_ATTRIBUTE_READONLY : dest.m_DestFileHeader.m_dwAttributes;
     plat::HANDLE hDestFile =
         plat::CreateFileW(dest.m_szDestFilePath.c_str(), plat::GENERIC_READ | plat::GENERIC_WRITE, 0, nullptr,
-                          plat::CREATE_ALWAYS, dwAttributes, nullptr);
+                          bUnattended ? plat::CREATE_NEW : plat::CREATE_ALWAYS, dwAttributes, nullptr);
     if (hDestFile == plat::INVALID_HANDLE_VALUE) {
-        const int nError = static_cast<int>(plat::GetLastError());
+        const plat::DWORD dwError = plat::GetLastError();
+        const int nError =
+            bUnattended && (dwError == plat::ERROR_FILE_EXISTS || dwError == plat::ERROR_ALREADY_EXISTS)
+                ? CRYPT_E_WRITE
+                : static_cast<int>(dwError);
         VELQ_LOG_FAILURE(u" (_createFile)", nError);
         return nError;
     }

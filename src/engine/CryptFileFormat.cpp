@@ -185,12 +185,12 @@ int VELQCryptFile::_writeIdentityHeader(plat::HANDLE hDestFile) {
     m_identityHeader.crc32Key = m_crc32Key;
     VELQ_LOG_IDENTITY_HEADER(kTag, m_identityHeader);
 
-    plat::BYTE zeros[roundUpToHeaderAlignment(sizeof(IdentityHeader))] = {};
+    // The header and the zeros that pad it to its place go in one write.
+    plat::BYTE block[roundUpToHeaderAlignment(sizeof(IdentityHeader))] = {};
+    std::memcpy(block, &m_identityHeader, sizeof(IdentityHeader));
     plat::DWORD dwBytesWritten = 0;
-    seekTo(hDestFile, 0);
-    plat::WriteFile(hDestFile, zeros, _getIdentityHeaderSize(), &dwBytesWritten, nullptr);
     if (!seekTo(hDestFile, 0) ||
-        !plat::WriteFile(hDestFile, &m_identityHeader, sizeof(IdentityHeader), &dwBytesWritten, nullptr)) {
+        !plat::WriteFile(hDestFile, block, _getIdentityHeaderSize(), &dwBytesWritten, nullptr)) {
         VELQ_FAIL(kTag, CRYPT_E_WRITE);
     }
     return CRYPT_S_OK;

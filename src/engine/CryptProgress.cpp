@@ -131,10 +131,7 @@ void VELQCryptFile::_updateProgress() {
     }
     const std::size_t n = m_vFileInfos.size();
     const plat::DWORD i = m_nCurrentFile;
-    float S = 0.0F;
-    for (const FileInfo* info : m_vFileInfos) {
-        S += info->m_fPercent;
-    }
+    const float S = _percentSum(i);
     float B = 0.0F;
     float M = 0.0F;
     if (n != 0) {
@@ -150,8 +147,30 @@ void VELQCryptFile::_updateProgress() {
         M = S / static_cast<float>(n);
     }
     m_progressDialog.setProgress(static_cast<plat::DWORD>(B), 100);
-    plat::PostThreadMessageW(m_dwProgressThreadId, WM_PROGRESS_UPDATE,
-                             static_cast<plat::WPARAM>(static_cast<plat::DWORD>(M)), 0);
+    // The thread would set the bar to the value it already shows: a batch of many small files changes
+    // the whole percent once in dozens of posts, and each post costs a wake-up of the other thread.
+    const auto dwPercent = static_cast<plat::DWORD>(M);
+    if (dwPercent != m_dwPostedPercent) {
+        m_dwPostedPercent = dwPercent;
+        plat::PostThreadMessageW(m_dwProgressThreadId, WM_PROGRESS_UPDATE,
+                                 static_cast<plat::WPARAM>(dwPercent), 0);
+    }
+}
+
+// The sum of all records' percents in index order, as one walk over the batch would give it, without the
+// walk (a batch of thousands of small files asked it twice per file). The records behind the current one
+// have not been touched yet and hold 0, which leaves a float sum as it is; those before it are finished.
+// So the sum of those before is kept and extended, in the same order, as the worker moves on.
+float VELQCryptFile::_percentSum(plat::DWORD current) {
+    const std::size_t n = m_vFileInfos.size();
+    if (current < m_nSummedFiles) {
+        m_nSummedFiles = 0;
+        m_fSummedPercent = 0.0F;
+    }
+    for (; m_nSummedFiles < current && m_nSummedFiles < n; ++m_nSummedFiles) {
+        m_fSummedPercent += m_vFileInfos[m_nSummedFiles]->m_fPercent;
+    }
+    return current < n ? m_fSummedPercent + m_vFileInfos[current]->m_fPercent : m_fSummedPercent;
 }
 
 void VELQCryptFile::_stopProgressBar() {

@@ -185,13 +185,15 @@ private:
     int _tryDecyptFile(FileInfo* lpFileInfos);
     int _decryptSmallFile(FileInfo* lpFileInfos);
     int _decryptBigFile(FileInfo* lpFileInfos);
-    std::u16string _getTempPath();  // GetTempPathW with MAX_PATH units; ends in a separator
+    // GetTempPathW with MAX_PATH units, ends in a separator; asked once per batch (see m_szTempPath).
+    std::u16string _getTempPath();
     std::u16string _getFileName(const FileInfo* lpFileInfos);
 
     // Progress.
     int _startProgressBar(int mode);
     void _stopProgressBar();
     void _updateProgress();
+    float _percentSum(plat::DWORD current);
     void _updateFileCountLine(plat::DWORD index, int mode);
     void _initProgressTexts(int mode);
     static unsigned _progressBarThreadProc(void* argument);
@@ -224,4 +226,16 @@ private:
     VELQProgressDialog m_progressDialog;
     IdentityHeader m_identityHeader;
     plat::DWORD m_crc32Key;
+
+    // Kept for the batch, besides the fields above.
+    // The private temporary folder of the verification passes. GetTempPathW checks that the folder is this
+    // user's own and private, at a cost of two system calls; nobody else can replace such a folder, so
+    // once per batch is enough (a 4 KiB file costs about fifty calls in all).
+    std::u16string m_szTempPath;
+    // The percent last posted to the progress thread: an equal one would only wake it (CryptProgress.cpp).
+    static constexpr plat::DWORD kNoPercentPosted = 0xFFFFFFFF;
+    plat::DWORD m_dwPostedPercent;
+    // The records before m_nSummedFiles, finished, and the sum of their percents (_percentSum).
+    plat::DWORD m_nSummedFiles;
+    float m_fSummedPercent;
 };

@@ -120,6 +120,11 @@ TEST_F(FileAccess, CreateRefusesExistingAndReportsMissingFolder) {
     EXPECT_EQ(Access::createFile(*m_engine, info, plat::TRUE), CRYPT_E_WRITE);
     EXPECT_FALSE(info->m_sDestFileInfo.m_bDestOpened);
     EXPECT_TRUE(readAll(path("there")) == Bytes{'k'});
+    // A link to nothing is something of that name too: it is neither followed nor replaced.
+    ASSERT_EQ(::symlink(path("nowhere").c_str(), path("link").c_str()), 0);
+    info = record(path("link"), CRYPT_MODE_VERIFY);
+    EXPECT_EQ(Access::createFile(*m_engine, info, plat::TRUE), CRYPT_E_WRITE);
+    EXPECT_EQ(::access(path("nowhere").c_str(), F_OK), -1);
 
     info = record(path("no/such/file"), CRYPT_MODE_ENCRYPT);
     EXPECT_EQ(Access::createFile(*m_engine, info, plat::TRUE), static_cast<int>(plat::ERROR_PATH_NOT_FOUND));

@@ -59,6 +59,14 @@ TEST_F(ProgressTest, TwoEncryptedFilesMoveEvenlyAcrossBothPasses) {
     EXPECT_EQ(barOf(true), (Texts{"25/100", "50/100", "75/100", "100/100"}));
 }
 
+TEST_F(ProgressTest, ThePercentOfTheThreadIsPostedOnlyWhenItChanges) {
+    world().files[u"/a"] = script({50, 50, 100}, {100, 100});
+    EXPECT_EQ(run({u"/a"}, CRYPT_MODE_ENCRYPT), 0);
+    // The worker sets its own bar at every block; the thread is told only of a new value.
+    EXPECT_EQ(barOf(true), (Texts{"25/100", "25/100", "50/100", "100/100", "100/100"}));
+    EXPECT_EQ(barOf(false), (Texts{"50/100", "100/100"}));
+}
+
 TEST_F(ProgressTest, NoRecordsGiveZeroOnBothRoads) {
     VELQCryptFile engine({}, 1);
     ASSERT_EQ(VELQCryptFileTestAccess::startProgressBar(engine, CRYPT_MODE_DECRYPT), 0);
