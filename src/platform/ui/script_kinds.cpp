@@ -44,6 +44,9 @@ void ScriptProgress::title(std::u16string_view text) {
 }
 
 void ScriptProgress::line(DWORD number, std::u16string_view text, bool) {
+    if (!m_transcript.enabled()) {
+        return;  // the line changes with every file of a batch: nothing is built for no reader
+    }
     m_transcript.write(JsonLine()
                            .addUtf8("ui", "progress")
                            .addUtf8("op", "line")
