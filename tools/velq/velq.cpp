@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "arguments.h"
 #include "collect.h"
 #include "plat/child_process.h"
 #include "plat/errors.h"
@@ -65,7 +66,8 @@ struct HandOffLists {
 };
 
 bool isLqvz(const std::string& path) {
-    const std::string extension = std::filesystem::path(path).extension().string();
+    const std::string extension =
+        plat::toUtf8(std::filesystem::path(plat::fromUtf8(path)).extension().u16string());
     if (extension.size() != 5) {
         return false;
     }
@@ -95,12 +97,14 @@ std::string lookUpFailure() {
 
 // The absolute, normal form of a path as the program receives it: without a trailing separator, except
 // for a root.
+// Through UTF-16, so that no code page stands in between (a narrow path is ANSI on Windows).
 std::string absolutePath(const std::string& given, std::error_code& error) {
-    std::filesystem::path path = std::filesystem::absolute(given, error).lexically_normal();
+    std::filesystem::path path =
+        std::filesystem::absolute(std::filesystem::path(plat::fromUtf8(given)), error).lexically_normal();
     if (path.has_relative_path() && !path.has_filename()) {
         path = path.parent_path();
     }
-    return path.string();
+    return plat::toUtf8(path.u16string());
 }
 
 // Sorts `paths` for `verb` as a file manager's extension offers them: what the verb cannot take is left
@@ -173,7 +177,7 @@ std::string programPath() {
             const plat::DWORD attributes = plat::GetFileAttributesW(candidate.c_str());
             if (attributes != plat::INVALID_FILE_ATTRIBUTES &&
                 (attributes & plat::FILE_ATTRIBUTE_DIRECTORY) == 0) {
-                return std::filesystem::path(plat::toUtf8(candidate)).lexically_normal().string();
+                return plat::toUtf8(std::filesystem::path(candidate).lexically_normal().u16string());
             }
         }
     }
@@ -357,7 +361,7 @@ int handOffRaw(const std::vector<std::string>& args) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::vector<std::string> args(argv + (argc > 0 ? 1 : 0), argv + argc);
+    const std::vector<std::string> args = velq::programArguments(argc, argv);
     if (args.empty()) {
         std::fputs(kUsage, stderr);
         return kWrongUse;
