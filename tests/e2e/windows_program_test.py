@@ -14,7 +14,6 @@ Usage: windows_program_test.py PROGRAM VELQ WINE_RUN WINE64 PREFIX LINUX_PROGRAM
 Exit status 0 when the case passes, 1 when it fails, 77 when Wine (or the Linux program) is missing.
 """
 import os
-import shutil
 import subprocess
 import sys
 
@@ -48,9 +47,9 @@ class WindowsDesk(Sandbox):
                                 VELQ_DATA_HOME=w(os.path.join(self.root, "windows-data")),
                                 VELQ_PROGRAM=w(program))
 
-    def run_windows(self, path, menu, answers=()):
+    def run_windows(self, path, menu, answers=(), env=None):
         """One request of the Windows program on the file `path` (1 encrypt, 2 decrypt); the lines."""
-        return self._windows([self.program, "1::%s::%d" % (Wine.windows_path(path), menu)], answers)
+        return self._windows([self.program, "1::%s::%d" % (Wine.windows_path(path), menu)], answers, env)
 
     def velq_windows(self, verb, path, answers=(), env=None):
         """`velq.exe VERB PATH` (encrypt, decrypt or search a folder), handing off to the program."""
@@ -124,16 +123,16 @@ def case_search(desk, _linux):
                     for name in ("a/first.txt.lqvz", "a/b/second.txt.lqvz"))
     expect(len(found) == 1 and sorted(found[0]["results"]) == wanted, "search: %s" % found)
 
-    # A folder name that no ANSI code page spells reaches velq.exe whole (Wine reads the host's
-    # arguments in the host's encoding, so that is UTF-8 here). The search looks at names only, so an
-    # encrypted file is copied there.
-    unicode_folder = os.path.join(desk.docs, "Grüße Σ")
-    os.makedirs(unicode_folder)
-    shutil.copyfile(os.path.join(desk.docs, "a/b/second.txt.lqvz"),
-                    os.path.join(unicode_folder, "third.txt.lqvz"))
-    lines = desk.velq_windows("search", unicode_folder, env={"LC_ALL": "C.UTF-8"})
+    # A name that no ANSI code page spells reaches both programs whole (Wine reads the host's arguments
+    # in the host's encoding, so that is UTF-8 here): the program encrypts the file, velq.exe searches
+    # its folder.
+    utf8 = {"LC_ALL": "C.UTF-8"}
+    third = desk.write("Grüße Σ/third ünï.txt", b"w")
+    desk.run_windows(third, 1, env=utf8)
+    expect(os.path.exists(third + ".lqvz") and not os.path.exists(third), "the Unicode name was not encrypted")
+    lines = desk.velq_windows("search", os.path.dirname(third), env=utf8)
     found = of_kind(lines, "search")
-    wanted = [Wine.windows_path(os.path.join(unicode_folder, "third.txt.lqvz"))]
+    wanted = [Wine.windows_path(third + ".lqvz")]
     expect(len(found) == 1 and found[0]["results"] == wanted, "search under a Unicode name: %s" % found)
 
 

@@ -18,9 +18,9 @@
 #include <string>
 #include <vector>
 
-#include "arguments.h"
 #include "collect.h"
 #include "plat/child_process.h"
+#include "plat/command_line.h"
 #include "plat/errors.h"
 #include "plat/files.h"
 #include "plat/handle.h"
@@ -361,7 +361,7 @@ int handOffRaw(const std::vector<std::string>& args) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::vector<std::string> args = velq::programArguments(argc, argv);
+    const std::vector<std::string> args = plat::commandLineArguments(argc, argv);
     if (args.empty()) {
         std::fputs(kUsage, stderr);
         return kWrongUse;

@@ -3,7 +3,8 @@
 target_sources(velq_platform PRIVATE
     win32/type_checks.cpp win32/basics.cpp win32/files.cpp win32/sync.cpp win32/mapping.cpp
     win32/threads.cpp win32/messages.cpp win32/windows.cpp win32/system.cpp win32/profile.cpp
-    win32/language.cpp win32/security.cpp win32/shell.cpp win32/clipboard.cpp win32/placement.cpp win32/com.cpp)
+    win32/language.cpp win32/security.cpp win32/shell.cpp win32/clipboard.cpp win32/placement.cpp win32/com.cpp
+    win32/command_line.cpp)
 target_link_libraries(velq_platform PUBLIC shlwapi shell32 user32 advapi32 ole32 gdiplus)
 # Accounts and the user's folders, private streams and secret files, and started programs.
 target_sources(velq_platform PRIVATE win32/user_account.cpp win32/streams.cpp win32/secret_files.cpp
