@@ -2,8 +2,6 @@
 // client that records each notification and can end the wait as a verifying owner would.
 #pragma once
 
-#include <unistd.h>
-
 #include <chrono>
 #include <condition_variable>
 #include <memory>
@@ -123,7 +121,7 @@ protected:
     static std::u16string otherUserSid() {
         VELQUserInfoManager::initUsers(1);
         for (VELQUserInfo* user : *VELQUserInfoManager::getAllUsers()) {
-            if (user->getUid() != ::geteuid()) {
+            if (user->getVELQSID() != ownerSid()) {
                 return user->getVELQSID();
             }
         }

@@ -1,6 +1,5 @@
 // The fingerprint gate on the simulated sensor: what the person sees and what the caller is told.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -15,8 +14,12 @@
 #include "bio/VELQVerifyUser.h"
 #include "bio/recording_ui.h"
 #include "plat/messages.h"
+#include "plat/security.h"
+#include "plat/strings.h"
 #include "plat/ui.h"
 #include "plat/windows.h"
+#include "temp_folder.h"
+#include "test_environment.h"
 #include "winbio/backend.h"
 #include "winbio/sim_script.h"
 
@@ -40,11 +43,8 @@ class VerifyUserTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         // The gate reads the owner's records: keep them in a folder of this test program.
-        static const std::string home =
-            (std::filesystem::temp_directory_path() / ("velq-bio-test-" + std::to_string(::getpid())))
-                .string();
-        std::filesystem::create_directories(home);
-        ::setenv("VELQ_DATA_HOME", home.c_str(), 1);
+        static const std::string home = velq_test::makeTempFolder("velq-bio-test-").string();
+        setEnvironment("VELQ_DATA_HOME", home.c_str());
     }
     void TearDown() override {
         if (m_bInstalled) {
@@ -108,9 +108,9 @@ protected:
     bool m_bInstalled = false;
 };
 
-// An account of this machine other than the process owner.
+// An account other than the process owner (on Windows the owner's SID is never one of these two).
 std::string otherUserSid() {
-    return ::getuid() == 0 ? "S-1-22-1-1" : "S-1-22-1-0";
+    return plat::toUtf8(plat::processOwnerSidText()) == "S-1-22-1-0" ? "S-1-22-1-1" : "S-1-22-1-0";
 }
 
 TEST_F(VerifyUserTest, OwnersFingerShowsTheTickAndPasses) {

@@ -2,8 +2,6 @@
 // temporary stream, switched back to the program's own (none: no log) when the object goes.
 #pragma once
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -11,14 +9,14 @@
 
 #include "diag/DbgLog.h"
 #include "plat/strings.h"
+#include "temp_folder.h"
 
 namespace velq_test {
 
 class LogCapture {
 public:
     LogCapture() {
-        char folder[] = "/tmp/velq-ui-log-XXXXXX";
-        m_folder = ::mkdtemp(folder) != nullptr ? folder : "";
+        m_folder = makeTempFolder("velq-ui-log-");
         const std::filesystem::path ini = m_folder / "DbgLog.ini";
         std::ofstream(ini) << "[LOG]\nLevel=0\nDestination=4\nTimeDateFormat=0\n";
         m_pStream = std::tmpfile();

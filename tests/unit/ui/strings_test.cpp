@@ -15,6 +15,7 @@
 #include "plat/errors.h"
 #include "plat/language.h"
 #include "plat/resources.h"
+#include "temp_folder.h"
 #include "ui/ResourceHelper.h"
 
 namespace {
@@ -198,9 +199,8 @@ protected:
         if (std::system("python3 --version >/dev/null 2>&1") != 0) {
             GTEST_SKIP() << "python3 is not installed here (it is a build dependency of the table)";
         }
-        char folder[] = "/tmp/velq-strings-XXXXXX";
-        ASSERT_NE(::mkdtemp(folder), nullptr);
-        m_folder = folder;
+        m_folder = velq_test::makeTempFolder("velq-strings-");
+        ASSERT_FALSE(m_folder.empty());
         std::filesystem::create_directory(m_folder / "strings");
         write("1033.txt", "language\t1033\tEnglish\n1\tOne\n2\tTwo \\\\ lines\\nend\n");
     }
