@@ -3,8 +3,6 @@
 // from a queue.
 #pragma once
 
-#include <stdlib.h>
-
 #include <deque>
 #include <filesystem>
 #include <fstream>
@@ -14,41 +12,21 @@
 
 #include "plat/strings.h"
 #include "plat/ui.h"
+#include "temp_folder.h"
+#include "test_environment.h"
 
 namespace app_test {
 
 // Sets an environment variable for the life of the object and puts back what was there.
-class ScopedEnv {
+class ScopedEnv : public ::ScopedEnv {
 public:
-    ScopedEnv(const char* name, const std::string& value) : m_name(name) {
-        const char* previous = ::getenv(name);
-        m_bHadPrevious = previous != nullptr;
-        m_previous = previous != nullptr ? previous : "";
-        ::setenv(name, value.c_str(), 1);
-    }
-    ~ScopedEnv() {
-        if (m_bHadPrevious) {
-            ::setenv(m_name.c_str(), m_previous.c_str(), 1);
-        } else {
-            ::unsetenv(m_name.c_str());
-        }
-    }
-    ScopedEnv(const ScopedEnv&) = delete;
-    ScopedEnv& operator=(const ScopedEnv&) = delete;
-
-private:
-    std::string m_name;
-    std::string m_previous;
-    bool m_bHadPrevious = false;
+    ScopedEnv(const char* name, const std::string& value) : ::ScopedEnv(name, value.c_str()) {}
 };
 
 // A fresh folder under the system's temporary folder, removed with everything in it.
 class TempDir {
 public:
-    TempDir() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "velq-app-XXXXXX").string();
-        m_path = ::mkdtemp(pattern.data()) != nullptr ? pattern : std::string();
-    }
+    TempDir() : m_path(velq_test::makeTempFolder("velq-app-").make_preferred().string()) {}
     ~TempDir() {
         std::error_code ignored;
         std::filesystem::remove_all(m_path, ignored);
@@ -62,12 +40,12 @@ public:
         const std::filesystem::path full = std::filesystem::path(m_path) / relative;
         std::filesystem::create_directories(full.parent_path());
         std::ofstream(full, std::ios::binary) << content;
-        return full.string();
+        return std::filesystem::path(full).make_preferred().string();  // as the system's calls give it
     }
     std::string folder(const std::string& relative) const {
         const std::filesystem::path full = std::filesystem::path(m_path) / relative;
         std::filesystem::create_directories(full);
-        return full.string();
+        return std::filesystem::path(full).make_preferred().string();
     }
 
 private:

@@ -82,6 +82,7 @@ protected:
     TempDir m_dir;
     ScopedEnv m_runtime{"VELQ_RUNTIME_DIR", m_dir.path() + "/run"};
     ScopedEnv m_data{"VELQ_DATA_HOME", m_dir.path() + "/data"};
+    ScopedEnv m_noSensor{"VELQ_WINBIO", "none"};  // the gate's sensor: none, whatever the system has
     ScopedRecordingBackend m_ui;
 };
 

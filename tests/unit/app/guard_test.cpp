@@ -1,9 +1,6 @@
 // The guard between two starts of the same request: a named mutex that exists while a live process holds
-// it. The holders here are forked processes, so the test sees what a second start of the program sees.
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
+// it. The holders here are other processes (guard_holder.h), so the test sees what a second start of the
+// program sees.
 #include <gtest/gtest.h>
 
 #include <set>
@@ -11,9 +8,13 @@
 
 #include "app/VELQAssistant.h"
 #include "app_test_support.h"
+#include "guard_holder.h"
+#include "plat/handle.h"
+#include "plat/sync.h"
 
 namespace {
 
+using app_test::GuardHolder;
 using app_test::ScopedEnv;
 using app_test::TempDir;
 
@@ -47,63 +48,6 @@ TEST(GetFilePathFromCmdLine, DropsEveryQuoteAndKeepsTheRest) {
     EXPECT_EQ(assistant.getFilePathFromCmdLine(nullptr), u"");
     EXPECT_EQ(assistant.getFilePathFromCmdLine(std::u16string(400, u'p').c_str()).size(), 259u);
 }
-
-// A child process that holds the guard of `name` until it is killed or its pipe closes.
-class GuardHolder {
-public:
-    explicit GuardHolder(const std::u16string& name) {
-        int ready[2];
-        int hold[2];
-        if (::pipe(ready) != 0 || ::pipe(hold) != 0) {
-            return;
-        }
-        m_pid = ::fork();
-        if (m_pid == 0) {
-            ::close(ready[0]);
-            ::close(hold[1]);
-            char verdict = 'f';
-            {
-                VELQAssistant assistant;
-                verdict = assistant.isExistInstance(name) ? 't' : 'f';
-                (void)!::write(ready[1], &verdict, 1);
-                char ignored = 0;
-                (void)!::read(hold[0], &ignored, 1);
-            }
-            ::_exit(0);
-        }
-        ::close(ready[1]);
-        ::close(hold[0]);
-        m_holdFd = hold[1];
-        char verdict = 0;
-        m_bStarted = m_pid > 0 && ::read(ready[0], &verdict, 1) == 1;
-        m_bSawOther = verdict == 't';
-        ::close(ready[0]);
-    }
-    ~GuardHolder() {
-        if (m_holdFd >= 0) {
-            ::close(m_holdFd);
-        }
-        if (m_pid > 0) {
-            ::waitpid(m_pid, nullptr, 0);
-        }
-    }
-    GuardHolder(const GuardHolder&) = delete;
-    GuardHolder& operator=(const GuardHolder&) = delete;
-
-    bool started() const { return m_bStarted; }
-    bool sawOther() const { return m_bSawOther; }
-    void kill() {
-        ::kill(m_pid, SIGKILL);
-        ::waitpid(m_pid, nullptr, 0);
-        m_pid = -1;
-    }
-
-private:
-    pid_t m_pid = -1;
-    int m_holdFd = -1;
-    bool m_bStarted = false;
-    bool m_bSawOther = false;
-};
 
 class Guard : public testing::Test {
 protected:
@@ -163,12 +107,25 @@ TEST_F(Guard, ClosedGuardFreesTheNameWithinOneProcess) {
     EXPECT_FALSE(third.isExistInstance(u"/p/q.txt"));
 }
 
+// The runtime folder of POSIX's named objects; Windows keeps them in the kernel, with no folder to break.
+#ifndef _WIN32
 TEST_F(Guard, MutexThatCannotBeCreatedLetsTheRequestGoOn) {
     // A runtime folder that cannot be made (its parent is a file) fails every named object.
     const std::string blocker = m_dir.file("not-a-folder");
     ScopedEnv broken("VELQ_RUNTIME_DIR", blocker + "/run");
     VELQAssistant assistant;
     EXPECT_FALSE(assistant.isExistInstance(u"/p/q.txt"));
+}
+#endif
+
+TEST_F(Guard, NameTakenByAnotherKindOfObjectLetsTheRequestGoOn) {
+    // An event under the guard's name: the mutex cannot be made, which must not refuse the request.
+    const plat::HANDLE hEvent =
+        plat::CreateEventW(nullptr, plat::TRUE, plat::FALSE, VELQAssistant::guardName(u"/p/q.txt").c_str());
+    ASSERT_NE(hEvent, nullptr);
+    VELQAssistant assistant;
+    EXPECT_FALSE(assistant.isExistInstance(u"/p/q.txt"));
+    plat::CloseHandle(hEvent);
 }
 
 }  // namespace

@@ -1,18 +1,17 @@
 // The program's side of the hand-off: the line's four fields, the text's four lists (with the rule that
 // the fourth list is read only when the first three are empty), and initData against real named objects
 // of the runtime folder, as a file manager's sender leaves them.
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "app/VELQAssistant.h"
 #include "app/VELQFileEncryptMain.h"
 #include "app_test_support.h"
+#include "guard_holder.h"
 #include "plat/handle.h"
 #include "plat/named.h"
 
@@ -273,30 +272,9 @@ TEST_F(HandOff, NothingOfTheHandOffOutlivesTheCall) {
 TEST_F(HandOff, SecondStartOfTheSameHandOffEndsAtTheGuard) {
     const char16_t* line = u"test-handoff-map::test-handoff-event::0::1";
     share(kText, 4096);
-    int ready[2];
-    int hold[2];
-    ASSERT_EQ(::pipe(ready), 0);
-    ASSERT_EQ(::pipe(hold), 0);
-    const pid_t pid = ::fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-        ::close(ready[0]);
-        ::close(hold[1]);
-        {
-            VELQAssistant first;
-            const char verdict = first.isExistInstance(line) ? 't' : 'f';
-            (void)!::write(ready[1], &verdict, 1);
-            char ignored = 0;
-            (void)!::read(hold[0], &ignored, 1);
-        }
-        ::_exit(0);
-    }
-    ::close(ready[1]);
-    ::close(hold[0]);
-    char verdict = 0;
-    ASSERT_EQ(::read(ready[0], &verdict, 1), 1);
-    EXPECT_EQ(verdict, 'f');
-    ::close(ready[0]);
+    auto first = std::make_unique<app_test::GuardHolder>(line);
+    ASSERT_TRUE(first->started());
+    EXPECT_FALSE(first->sawOther());
 
     ScopedEnv noSensor("VELQ_WINBIO", "none");
     {
@@ -306,8 +284,7 @@ TEST_F(HandOff, SecondStartOfTheSameHandOffEndsAtTheGuard) {
         EXPECT_TRUE(ui->boxes.empty());
         EXPECT_TRUE(ui->cursors.empty());
     }
-    ::close(hold[1]);
-    ::waitpid(pid, nullptr, 0);
+    first.reset();
     {
         // With the first start gone the same hand-off goes on to the gate.
         app_test::ScopedRecordingBackend ui;

@@ -35,7 +35,9 @@ protected:
         m_proc->setEncrypt(bEncrypt);
         return m_proc->findFiles();
     }
-    std::u16string at(const std::string& relative) const { return u16(m_dir.path() + "/" + relative); }
+    std::u16string at(const std::string& relative) const {
+        return u16((std::filesystem::path(m_dir.path()) / relative).make_preferred().string());
+    }
     static std::u16string appDirectory() {
         VELQUserInfo* pUser = VELQUserInfoManager::getCurrentProcessOwner();
         std::u16string folder;
