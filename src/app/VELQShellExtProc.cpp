@@ -1,5 +1,7 @@
 #include "app/VELQShellExtProc.h"
 
+#include <algorithm>
+
 #include "app/VELQCryptBatch.h"
 
 #include "common/VELQUserDirectory.h"
@@ -28,6 +30,14 @@ constexpr plat::UINT kMenuSearch = 4;
 
 // Read access to the extended attributes: enough to open the key file without reading it.
 constexpr plat::DWORD kFileReadEa = 0x8;
+
+// The application directory is joined with "/" onto a data home the user may write with either separator,
+// while the walk joins names with the system's; Windows takes both as the same separator, so folders are
+// compared with "/" turned into the system's (on POSIX that changes nothing).
+std::u16string withSystemSeparators(std::u16string path) {
+    std::replace(path.begin(), path.end(), u'/', plat::kPathSeparator);
+    return path;
+}
 
 }  // namespace
 
@@ -105,8 +115,9 @@ void VELQShellExtProc::_addExcludeFolder() {
 }
 
 plat::LONG VELQShellExtProc::_isExcludeFolder(const std::u16string& path) const {
+    const std::u16string spelled = withSystemSeparators(path);
     for (const std::u16string& excluded : m_vExcludeFolderPath) {
-        if (excluded == path) {
+        if (withSystemSeparators(excluded) == spelled) {
             return 1;
         }
     }
