@@ -7,6 +7,7 @@
 
 #include "app/VELQShellExtProc.h"
 #include "app_test_support.h"
+#include "plat/paths.h"
 
 namespace {
 
@@ -14,6 +15,16 @@ using app_test::ScopedEnv;
 using app_test::TempDir;
 using app_test::u16;
 using Paths = std::vector<std::u16string>;
+
+// A temporary folder's path as UrlEscapeW gives it: of its characters only the Windows separator is
+// escaped (the temporary folders hold no blank, '%' or other character the escape touches).
+std::u16string escaped(const std::u16string& folder) {
+    std::u16string text;
+    for (const char16_t unit : folder) {
+        text += unit == u'\\' ? std::u16string(u"%5C") : std::u16string(1, unit);
+    }
+    return text;
+}
 
 struct Search {
     std::u16string query;
@@ -64,25 +75,29 @@ TEST_F(SearchDlg, FoldersThenMediaBecomeLocationsAndOnlyTheirEncryptedFilesAreFo
     m_dir.file("docs/d.lqvz.txt");
     const std::string onMedium = m_dir.file("usb/e.lqvz");
     m_dir.file("elsewhere/f.lqvz");
-    const Search found = search(Paths{u16(m_dir.path() + "/docs")}, Paths{u16(m_dir.path() + "/usb")});
-    EXPECT_EQ(found.query, u"search-ms:query=*.lqvz&crumb=location:" + u16(m_dir.path()) +
-                               u"/docs&crumb=location:" + u16(m_dir.path()) + u"/usb");
+    const std::string docs = m_dir.folder("docs");
+    const std::string usb = m_dir.folder("usb");
+    const Search found = search(Paths{u16(docs)}, Paths{u16(usb)});
+    EXPECT_EQ(found.query, u"search-ms:query=*.lqvz&crumb=location:" + escaped(u16(docs)) +
+                               u"&crumb=location:" + escaped(u16(usb)));
     EXPECT_EQ(found.results, (Paths{u16(top), u16(inside), u16(onMedium)}));  // sorted
 }
 
 TEST_F(SearchDlg, PercentAndBlanksInAPathAreEscapedAndTheFolderIsStillSearched) {
     const std::string file = m_dir.file("100% done/x.lqvz");
-    const Search found = search(Paths{u16(m_dir.path() + "/100% done")}, Paths{});
-    EXPECT_EQ(found.query, u"search-ms:query=*.lqvz&crumb=location:" + u16(m_dir.path()) + u"/100%25%20done");
+    const std::string folder = m_dir.folder("100% done");
+    const Search found = search(Paths{u16(folder)}, Paths{});
+    EXPECT_EQ(found.query, u"search-ms:query=*.lqvz&crumb=location:" +
+                               escaped(u16(m_dir.path()) + plat::kPathSeparator) + u"100%25%20done");
     EXPECT_EQ(found.results, Paths{u16(file)});
 }
 
 TEST_F(SearchDlg, APathLongerThanTheBufferGivesAnEmptyLocationAndSparesTheOthers) {
     const std::u16string longPath = u"/" + std::u16string(300, u'n');
     const std::string file = m_dir.file("kept/y.lqvz");
-    const Search found = search(Paths{longPath, u16(m_dir.path() + "/kept")}, Paths{});
-    EXPECT_EQ(found.query,
-              u"search-ms:query=*.lqvz&crumb=location:&crumb=location:" + u16(m_dir.path()) + u"/kept");
+    const std::string kept = m_dir.folder("kept");
+    const Search found = search(Paths{longPath, u16(kept)}, Paths{});
+    EXPECT_EQ(found.query, u"search-ms:query=*.lqvz&crumb=location:&crumb=location:" + escaped(u16(kept)));
     EXPECT_EQ(found.results, Paths{u16(file)});
 }
 

@@ -173,7 +173,7 @@ TEST_F(ShellExtProc, FolderRequestEncryptsWhatTheWalkFound) {
     const std::string plain = tree.file("docs/a.txt");
     tree.file("docs/b.lqvz");
     const plat::UINT uMenuType = 1;
-    VELQShellExtProc proc(Paths{}, Paths{}, Paths{u16(tree.path() + "/docs")}, Paths{}, uMenuType);
+    VELQShellExtProc proc(Paths{}, Paths{}, Paths{u16(tree.folder("docs"))}, Paths{}, uMenuType);
     EXPECT_EQ(proc.run(), 1);
     ASSERT_EQ(cryptBatchDouble().calls.size(), 1u);
     EXPECT_EQ(cryptBatchDouble().calls[0].paths, Paths{u16(plain)});
