@@ -61,6 +61,7 @@ struct ShownBox {
     std::u16string text;
     std::u16string caption;
     plat::UINT flags;
+    plat::HWND owner;
 };
 
 // Records interactions and answers boxes from `answers` (IDNO when the queue is empty; 0 answers as a
@@ -73,7 +74,8 @@ public:
 
     int show(plat::HWND owner, std::u16string_view text, std::u16string_view caption,
              plat::UINT flags) override {
-        boxes.push_back(ShownBox{owner != nullptr, std::u16string(text), std::u16string(caption), flags});
+        boxes.push_back(
+            ShownBox{owner != nullptr, std::u16string(text), std::u16string(caption), flags, owner});
         if (answers.empty()) {
             return plat::IDNO;
         }
