@@ -31,11 +31,15 @@ constexpr plat::UINT kMenuSearch = 4;
 // Read access to the extended attributes: enough to open the key file without reading it.
 constexpr plat::DWORD kFileReadEa = 0x8;
 
-// The application directory is joined with "/" onto a data home the user may write with either separator,
-// while the walk joins names with the system's; Windows takes both as the same separator, so folders are
-// compared with "/" turned into the system's (on POSIX that changes nothing).
-std::u16string withSystemSeparators(std::u16string path) {
+// A folder as the system tells folders apart. The application directory is joined with "/" onto a data
+// home the user may write with either separator and in any case, while the walk joins names with the
+// system's separator and spells the requested folder as it was given; Windows takes both separators and
+// ignores case, so both are evened out there (on POSIX nothing changes).
+std::u16string comparableFolder(std::u16string path) {
     std::replace(path.begin(), path.end(), u'/', plat::kPathSeparator);
+    if constexpr (plat::kFileNamesIgnoreCase) {
+        plat::CharLowerW(path.data());
+    }
     return path;
 }
 
@@ -115,9 +119,9 @@ void VELQShellExtProc::_addExcludeFolder() {
 }
 
 plat::LONG VELQShellExtProc::_isExcludeFolder(const std::u16string& path) const {
-    const std::u16string spelled = withSystemSeparators(path);
+    const std::u16string spelled = comparableFolder(path);
     for (const std::u16string& excluded : m_vExcludeFolderPath) {
-        if (withSystemSeparators(excluded) == spelled) {
+        if (comparableFolder(excluded) == spelled) {
             return 1;
         }
     }

@@ -58,8 +58,8 @@ public:
 
     // 1 when the extension of `path` (from its last dot) is ".lqvz" in any case.
     static plat::LONG _isEncryptedFile(const std::u16string& path);
-    // 1 when `path` equals an excluded folder exactly, case included; "/" and the system's separator count
-    // as one (on Windows both separate names).
+    // 1 when `path` spells an excluded folder as the system compares names: exactly on POSIX; on Windows
+    // with "/" and "\" as one separator and case ignored.
     plat::LONG _isExcludeFolder(const std::u16string& path) const;
     // Excludes the process owner's application directory from every walk (its key files are no request's).
     void _addExcludeFolder();

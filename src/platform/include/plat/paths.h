@@ -7,10 +7,13 @@
 namespace plat {
 
 // The separator that the system's own paths use; its calls take "/" too on Windows.
+// Whether the system's file names ignore case: on Windows "Data" and "DATA" name the same folder.
 #ifdef _WIN32
 inline constexpr WCHAR kPathSeparator = u'\\';
+inline constexpr bool kFileNamesIgnoreCase = true;
 #else
 inline constexpr WCHAR kPathSeparator = u'/';
+inline constexpr bool kFileNamesIgnoreCase = false;
 #endif
 
 // The extension of the last component: a pointer to its last ".", or to the terminating NUL when the
