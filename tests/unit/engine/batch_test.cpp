@@ -167,7 +167,7 @@ TEST_F(BatchTest, HandlesAreClosedAfterEveryFileWhateverItsResult) {
     script().fileSteps[u"/b"] = {FileStep{-7, false, true}};
     script().fileSteps[u"/c"] = {FileStep{-9, false, true}};
     EXPECT_EQ(run({u"/a", u"/b", u"/c"}, CRYPT_MODE_DECRYPT), 0);
-    EXPECT_EQ(script().nHandlesClosed.load(), 12);
+    EXPECT_EQ(engine_test::handlesClosed(), 12);
 }
 
 TEST_F(BatchTest, CloseFileHandlesResetsFieldsAndMayRunAgain) {
@@ -178,14 +178,14 @@ TEST_F(BatchTest, CloseFileHandlesResetsFieldsAndMayRunAgain) {
     info.m_sDestFileInfo.m_hDestFile = engine_test::newHandleProbe();
     info.m_sDestFileInfo.m_hDestMapFile = engine_test::newHandleProbe();
     VELQCryptFileTestAccess::closeFileHandles(engine, &info);
-    EXPECT_EQ(script().nHandlesClosed.load(), 4);
+    EXPECT_EQ(engine_test::handlesClosed(), 4);
     EXPECT_EQ(info.m_hFile, plat::INVALID_HANDLE_VALUE);
     EXPECT_EQ(info.m_hMapFile, nullptr);
     EXPECT_EQ(info.m_sDestFileInfo.m_hDestFile, plat::INVALID_HANDLE_VALUE);
     EXPECT_EQ(info.m_sDestFileInfo.m_hDestMapFile, nullptr);
     VELQCryptFileTestAccess::closeFileHandles(engine, &info);
     VELQCryptFileTestAccess::closeFileHandles(engine, nullptr);
-    EXPECT_EQ(script().nHandlesClosed.load(), 4);
+    EXPECT_EQ(engine_test::handlesClosed(), 4);
 }
 
 TEST_F(BatchTest, ConstructorTakesGranularityAndAllocatesBothBuffers) {

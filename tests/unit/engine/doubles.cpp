@@ -1,9 +1,14 @@
+#include <algorithm>
+#include <filesystem>
 #include <memory>
+#include <random>
+#include <string>
 
 #include "app/VELQShellExtProc.h"
 #include "common/VELQCrypt.h"
 #include "common/VELQKey.h"
 #include "engine_doubles.h"
+#include "plat/files.h"
 #include "plat/handle.h"
 #include "plat/messages.h"
 #include "plat/strings.h"
@@ -15,11 +20,13 @@ namespace engine_test {
 
 namespace {
 
+#ifndef _WIN32
 // A kernel object that counts its own end, standing in for a file or mapping handle of a record.
 class ClosedProbe : public plat::KernelObject {
 protected:
     ~ClosedProbe() override { script().nHandlesClosed.fetch_add(1); }
 };
+#endif
 
 class RecordingMessageBox : public plat::ui::MessageBoxUi {
 public:
@@ -73,10 +80,10 @@ int runFile(const char* direction, FileInfo* info) {
            std::to_string(info->m_nCryptMode));
     const FileStep step = nextStep(info->m_szFilePath);
     if (step.bOpenHandles) {
-        info->m_hFile = new ClosedProbe;
-        info->m_hMapFile = new ClosedProbe;
-        info->m_sDestFileInfo.m_hDestFile = new ClosedProbe;
-        info->m_sDestFileInfo.m_hDestMapFile = new ClosedProbe;
+        info->m_hFile = newHandleProbe();
+        info->m_hMapFile = newHandleProbe();
+        info->m_sDestFileInfo.m_hDestFile = newHandleProbe();
+        info->m_sDestFileInfo.m_hDestMapFile = newHandleProbe();
     }
     if (step.bCancel) {
         script().bCancelled = true;
@@ -121,9 +128,43 @@ void record(const std::string& entry) {
     script().log.push_back(entry);
 }
 
+#ifdef _WIN32
+// Windows handles are the system's: a probe is a file of its own held without sharing, and a closed probe
+// is a file that opens again (a handle's value may be reused, a file's name is not). A file seen closed is
+// deleted, and one that is gone counts as closed.
+plat::HANDLE newHandleProbe() {
+    static const unsigned nRun = std::random_device{}();
+    const std::filesystem::path file =
+        std::filesystem::temp_directory_path() /
+        ("velq-probe-" + std::to_string(nRun) + "-" + std::to_string(script().probeFiles.size()));
+    script().probeFiles.push_back(file.string());
+    return plat::CreateFileW(file.u16string().c_str(), plat::GENERIC_READ | plat::GENERIC_WRITE, 0, nullptr,
+                             plat::CREATE_ALWAYS, plat::FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+int handlesClosed() {
+    int nClosed = 0;
+    for (const std::string& file : script().probeFiles) {
+        const plat::HANDLE again =
+            plat::CreateFileW(plat::fromUtf8(file).c_str(), plat::GENERIC_READ, 0, nullptr,
+                              plat::OPEN_EXISTING, plat::FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (again != plat::INVALID_HANDLE_VALUE) {
+            plat::CloseHandle(again);
+            std::filesystem::remove(file);
+        }
+        nClosed += std::filesystem::exists(file) ? 0 : 1;
+    }
+    return nClosed;
+}
+#else
 plat::HANDLE newHandleProbe() {
     return new ClosedProbe;
 }
+
+int handlesClosed() {
+    return script().nHandlesClosed.load();
+}
+#endif
 
 std::vector<std::string> logCopy() {
     std::lock_guard<std::mutex> lock(script().logMutex);

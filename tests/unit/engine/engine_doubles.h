@@ -39,7 +39,8 @@ struct Script {
     std::atomic<bool> bCancelled{false};
     std::atomic<bool> bListVisible{false};
     std::atomic<bool> bListClosed{false};
-    std::atomic<int> nHandlesClosed{0};
+    std::atomic<int> nHandlesClosed{0};   // POSIX: probes that counted their own end
+    std::vector<std::string> probeFiles;  // Windows: the files behind the probes made so far
 
     std::mutex logMutex;
     std::vector<std::string> log;  // "scene", "encrypt /a 0", "count 1/3", "row ...", "end 1", ...
@@ -50,7 +51,9 @@ Script& script();
 void reset();
 void record(const std::string& entry);
 std::vector<std::string> logCopy();
-// A handle whose end (its last CloseHandle) adds one to Script::nHandlesClosed.
+// A handle whose end (its last CloseHandle) handlesClosed() counts.
 plat::HANDLE newHandleProbe();
+// How many handles of newHandleProbe() have been closed since reset().
+int handlesClosed();
 
 }  // namespace engine_test

@@ -2,15 +2,19 @@
 // keyed fixture with a private folder for files and a private temporary folder (TMPDIR).
 #pragma once
 
+#ifndef _WIN32
 #include <unistd.h>
+#endif
 
 #include <cstdlib>
 #include <deque>
 #include <functional>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "../../test_environment.h"
 #include "../format/format_fixture.h"
 #include "common/VELQUserInfo.h"
 #include "plat/strings.h"
@@ -53,9 +57,9 @@ protected:
         resetDoubles();
         m_tmpParent = m_home.root() + "/tmp";
         std::filesystem::create_directories(m_tmpParent);
-        ::setenv("TMPDIR", m_tmpParent.c_str(), 1);
+        m_tmpEnv.emplace(kTempVariable, m_tmpParent.c_str());
     }
-    void TearDown() override { ::unsetenv("TMPDIR"); }
+    void TearDown() override { m_tmpEnv.reset(); }
 
     // One file of a batch of `mode`, as the batch works it: the record, then the work, then its handles.
     int runOne(const std::string& file, int mode, VELQUserInfo* pUser = nullptr) {
@@ -91,9 +95,22 @@ protected:
     }
     std::set<std::string> files() const { return namesIn(m_folder); }
     std::set<std::string> tempFiles() const { return namesIn(privateTemp()); }
-    std::string privateTemp() const { return m_tmpParent + "/velq-" + std::to_string(::getuid()); }
+    // The folder of the proof's plain copies: a folder of the owner's own below TMPDIR on POSIX; on Windows
+    // the user's temporary folder itself, which the profile's access list keeps private.
+#ifdef _WIN32
+    static constexpr const char* kTempVariable = "TMP";
+    std::string privateTemp() const {
+        return m_tmpParent;
+    }
+#else
+    static constexpr const char* kTempVariable = "TMPDIR";
+    std::string privateTemp() const {
+        return m_tmpParent + "/velq-" + std::to_string(::getuid());
+    }
+#endif
 
     std::string m_tmpParent;
+    std::optional<ScopedEnv> m_tmpEnv;
 };
 
 }  // namespace files_test

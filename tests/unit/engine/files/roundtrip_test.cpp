@@ -64,15 +64,38 @@ TEST_F(FilesTest, StoredNameWinsOverTheFilesName) {
 TEST_F(FilesTest, ModeComesBackAndEncryptedFileIsReadOnly) {
     for (const unsigned mode : {0640u, 0444u, 0755u}) {
         writeAll(path("m"), patternBytes(70000));
-        ASSERT_EQ(::chmod(path("m").c_str(), mode), 0);
+        std::filesystem::permissions(path("m"), static_cast<std::filesystem::perms>(mode));
         ASSERT_EQ(encrypt(path("m")), 0) << std::oct << mode;
         EXPECT_EQ(std::filesystem::status(path("m.lqvz")).permissions() & std::filesystem::perms::owner_write,
                   std::filesystem::perms::none);
         ASSERT_EQ(decrypt(path("m.lqvz")), 0);
         const auto perms = static_cast<unsigned>(std::filesystem::status(path("m")).permissions());
         EXPECT_EQ(perms, mode) << std::oct << mode;
-        ASSERT_EQ(::chmod(path("m").c_str(), 0600), 0);
+        std::filesystem::permissions(path("m"), std::filesystem::perms::owner_write,
+                                     std::filesystem::perm_options::add);
         std::filesystem::remove(path("m"));
+    }
+}
+
+// Windows keeps no modes: the read-only attribute is what travels, both ways.
+TEST_F(FilesTest, ReadOnlyAttributeComesBack) {
+    for (const bool bReadOnly : {true, false}) {
+        writeAll(path("r"), patternBytes(70000));
+        if (bReadOnly) {
+            ASSERT_TRUE(
+                plat::SetFileAttributesW(plat::fromUtf8(path("r")).c_str(), plat::FILE_ATTRIBUTE_READONLY));
+        }
+        ASSERT_EQ(encrypt(path("r")), 0) << bReadOnly;
+        EXPECT_NE(
+            plat::GetFileAttributesW(plat::fromUtf8(path("r.lqvz")).c_str()) & plat::FILE_ATTRIBUTE_READONLY,
+            0u);
+        ASSERT_EQ(decrypt(path("r.lqvz")), 0) << bReadOnly;
+        EXPECT_EQ((plat::GetFileAttributesW(plat::fromUtf8(path("r")).c_str()) &
+                   plat::FILE_ATTRIBUTE_READONLY) != 0,
+                  bReadOnly);
+        EXPECT_TRUE(readAll(path("r")) == patternBytes(70000));
+        plat::SetFileAttributesW(plat::fromUtf8(path("r")).c_str(), plat::FILE_ATTRIBUTE_NORMAL);
+        std::filesystem::remove(path("r"));
     }
 }
 

@@ -1,7 +1,5 @@
 #include "progress/progress_doubles.h"
 
-#include <pthread.h>
-
 #include <memory>
 #include <utility>
 
@@ -10,6 +8,7 @@
 #include "common/VELQKey.h"
 #include "plat/dialogs.h"
 #include "plat/strings.h"
+#include "plat/threads.h"
 #include "plat/ui.h"
 #include "plat/windows.h"
 
@@ -83,7 +82,7 @@ void reset() {
 }
 
 unsigned long thisThread() {
-    return static_cast<unsigned long>(pthread_self());
+    return plat::GetCurrentThreadId();
 }
 
 void record(const std::string& what) {
@@ -206,6 +205,12 @@ plat::BOOL VELQProgressDialog::stop() {
         plat::HWND list = plat::FindWindowW(nullptr, u"Message");
         if (plat::IsWindowVisible(list)) {
             plat::PostMessageW(list, plat::WM_CLOSE, 0, 0);
+            // The list's thread ends its loop and destroys the window on its own time; the batch may return
+            // before that. Waiting here for the window's end makes its "closed" come before the batch's end
+            // (bounded, so that a list that never closes fails the test instead of hanging it).
+            for (int i = 0; i < 1000 && plat::IsWindow(list); ++i) {
+                plat::Sleep(10);
+            }
         }
     }
     return plat::TRUE;
