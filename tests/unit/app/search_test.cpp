@@ -2,6 +2,7 @@
 // search finds for it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -108,7 +109,14 @@ TEST_F(SearchDlg, WithoutLocationsThePlainQuerySearchesTheHomeFolder) {
     EXPECT_EQ(proc.run(), 1);
     ASSERT_EQ(m_pUi->window.searches.size(), 1u);
     EXPECT_EQ(m_pUi->window.searches[0].query, u"search-ms:query=*.lqvz");
+#ifdef _WIN32
+    // Windows names the profile folder itself (HOME steers nothing there), and other files of its
+    // user may lie below it: this one is among them.
+    const Paths& results = m_pUi->window.searches[0].results;
+    EXPECT_NE(std::find(results.begin(), results.end(), u16(file)), results.end());
+#else
     EXPECT_EQ(m_pUi->window.searches[0].results, Paths{u16(file)});
+#endif
 }
 
 }  // namespace

@@ -31,6 +31,12 @@ public:
     ~ScopedDataHome() {
         setEnvironment("VELQ_DATA_HOME", m_bHadPrevious ? m_previous.c_str() : nullptr);
         std::error_code ignored;
+        // Windows deletes no read-only file (encrypted files are read-only): their attribute goes first.
+        for (auto it = std::filesystem::recursive_directory_iterator(m_root, ignored);
+             it != std::filesystem::recursive_directory_iterator(); it.increment(ignored)) {
+            std::filesystem::permissions(it->path(), std::filesystem::perms::owner_write,
+                                         std::filesystem::perm_options::add, ignored);
+        }
         std::filesystem::remove_all(m_root, ignored);
     }
     ScopedDataHome(const ScopedDataHome&) = delete;
