@@ -1,7 +1,7 @@
-// The progress dialog, the error list and the clipboard as the script and tty backends show them.
+// The progress dialog, the error list and the clipboard as the script and tty backends show them (the
+// terminal's texts on POSIX only: the terminal UI is not built for Windows).
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -9,10 +9,13 @@
 #include "plat/clipboard.h"
 #include "plat/dialogs.h"
 #include "plat/windows.h"
+#include "test_environment.h"
 #include "ui/list_turn.h"
 #include "ui/script_backend.h"
-#include "ui/tty_kinds.h"
 #include "ui_test_support.h"
+#ifndef _WIN32
+#include "ui/tty_kinds.h"
+#endif
 
 namespace {
 
@@ -32,10 +35,8 @@ protected:
 
     std::unique_ptr<ScriptBackend> backend(const std::string& answers) {
         velq_test::writeFile(m_szScript, answers);
-        ::setenv("VELQ_UI_CANCEL_FILE", m_szCancel.c_str(), 1);
-        auto made = std::make_unique<ScriptBackend>(m_szScript, m_szTranscript);
-        ::unsetenv("VELQ_UI_CANCEL_FILE");
-        return made;
+        const ScopedEnv cancelFile("VELQ_UI_CANCEL_FILE", m_szCancel.c_str());
+        return std::make_unique<ScriptBackend>(m_szScript, m_szTranscript);
     }
 
     std::vector<std::string> transcript() {
@@ -142,6 +143,7 @@ TEST(ListTurn, AListShownDuringABatchWaitsForItsEnd) {
     EXPECT_EQ(acted, (std::vector<HWND>{one, two})) << "without a batch the turn comes at once";
 }
 
+#ifndef _WIN32
 TEST(TtyKindsText, APathIsShortenedInItsMiddle) {
     EXPECT_EQ(ui::compactText(u"/home/user/file.txt", 40), u"/home/user/file.txt");
     EXPECT_EQ(ui::compactText(u"/home/user/documents/file.txt", 13), u"/home...e.txt");
@@ -158,5 +160,7 @@ TEST(TtyKindsText, TheClipboardEscapeCarriesBase64OfUtf8) {
     EXPECT_EQ(ui::clipboardEscape(u"a\n"), "\x1b]52;c;YQo=\x07");
     EXPECT_EQ(ui::clipboardEscape(u"\u00e9"), "\x1b]52;c;w6k=\x07");
 }
+
+#endif  // !_WIN32
 
 }  // namespace

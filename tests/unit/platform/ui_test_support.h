@@ -3,10 +3,7 @@
 // characters, valid UTF-8, and nothing after it but the line end. Strings come back decoded, as UTF-8.
 #pragma once
 
-#include <unistd.h>
-
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -18,6 +15,7 @@
 #include <vector>
 
 #include "plat/strings.h"
+#include "temp_folder.h"
 
 namespace velq_test {
 
@@ -221,41 +219,36 @@ inline std::vector<std::string> splitLines(const std::string& text) {
     return lines;
 }
 
-// A private folder for one test, removed with what it holds.
+// A private folder for one test, removed with what it holds. Paths are UTF-8 in the system's own form, as
+// the backends take them.
 class TempDir {
 public:
-    TempDir() {
-        const char* base = std::getenv("TMPDIR");
-        std::string pattern =
-            std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/velq-ui-XXXXXX";
-        if (::mkdtemp(pattern.data()) != nullptr) {
-            m_path = pattern;
-        }
-    }
-    ~TempDir() {
-        if (!m_path.empty()) {
-            std::error_code ignored;
-            std::filesystem::remove_all(m_path, ignored);
-        }
-    }
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-    bool ok() const { return !m_path.empty(); }
-    std::string file(const std::string& name) const { return m_path + "/" + name; }
+    TempDir() = default;
+    bool ok() const { return !m_folder.path().empty(); }
+    std::string file(const std::string& name) const { return utf8Path(m_folder.path() / name); }
 
 private:
-    std::string m_path;
+    static std::string utf8Path(std::filesystem::path path) {
+        const std::u8string text = path.make_preferred().u8string();
+        return std::string(text.begin(), text.end());
+    }
+    velq_test::TempFolder m_folder{"velq-ui-"};
 };
 
+// The path named by UTF-8 `path`, whatever the system's narrow code page.
+inline std::filesystem::path fileSystemPath(const std::string& path) {
+    return std::filesystem::path(std::u8string(path.begin(), path.end()));
+}
+
 inline std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(fileSystemPath(path), std::ios::binary);
     std::ostringstream text;
     text << in.rdbuf();
     return text.str();
 }
 
 inline void writeFile(const std::string& path, const std::string& text, bool append = false) {
-    std::ofstream out(path, std::ios::binary | (append ? std::ios::app : std::ios::trunc));
+    std::ofstream out(fileSystemPath(path), std::ios::binary | (append ? std::ios::app : std::ios::trunc));
     out << text;
 }
 

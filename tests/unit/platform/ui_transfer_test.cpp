@@ -1,6 +1,9 @@
-// The password dialogs and the search window in the scripted UI and at a terminal.
+// The password dialogs and the search window in the scripted UI and at a terminal (POSIX only: the terminal
+// UI is not built for Windows).
+#ifndef _WIN32
 #include <pty.h>
 #include <unistd.h>
+#endif
 
 #include <string>
 #include <thread>
@@ -8,10 +11,12 @@
 #include <gtest/gtest.h>
 
 #include "plat/ui.h"
-#include "pty_person.h"
 #include "ui/script_backend.h"
 #include "ui/transfer_kinds.h"
 #include "ui_test_support.h"
+#ifndef _WIN32
+#include "pty_person.h"
+#endif
 
 namespace {
 
@@ -112,6 +117,7 @@ TEST(TransferHelpers, DefaultExtensionAndPasswordLimits) {
     EXPECT_TRUE(ui::passwordFits(KeyFileRequest{}, u""));
 }
 
+#ifndef _WIN32
 // A pseudo-terminal: the dialog reads and writes the terminal side, the test plays the person.
 class TtyTransferTest : public ::testing::Test {
 protected:
@@ -197,5 +203,7 @@ TEST(TtyTransferWithoutTerminal, CancelsWithoutAsking) {
     EXPECT_EQ(dialog.ask(nullptr, exportRequest(), answer), IDCANCEL);
     EXPECT_TRUE(answer.path.empty());
 }
+
+#endif  // !_WIN32
 
 }  // namespace
