@@ -61,10 +61,15 @@ BOOL EmptyClipboard() {
 }
 
 HGLOBAL SetClipboardData(UINT uFormat, HGLOBAL hMem) {
-    if (uFormat == CF_UNICODETEXT && hMem != nullptr) {
-        ui::currentBackend().clipboard().setText(unicodeTextOf(hMem));
+    // The text is read while the block is still ours (the system owns it once it is set), but told only
+    // once it is on the clipboard: a refused call (the clipboard not open) put nothing anywhere.
+    const bool isText = uFormat == CF_UNICODETEXT && hMem != nullptr;
+    const std::u16string text = isText ? unicodeTextOf(hMem) : std::u16string();
+    const ::HANDLE set = ::SetClipboardData(uFormat, native(hMem));
+    if (set != nullptr && isText) {
+        ui::currentBackend().clipboard().setText(text);
     }
-    return fromNative(::SetClipboardData(uFormat, native(hMem)));
+    return fromNative(set);
 }
 
 BOOL CloseClipboard() {
