@@ -95,6 +95,11 @@ bool ScriptAnswers::_readMore() {
     std::clearerr(m_pStream);
     char chunk[4096];
     if (std::fgets(chunk, sizeof chunk, m_pStream) == nullptr) {
+#ifdef _WIN32
+        // Wine's C runtime also marks the end on the descriptor, where clearerr does not reach and only a
+        // seek clears it; a seek to where the stream stands moves nothing.
+        std::fseek(m_pStream, 0, SEEK_CUR);
+#endif
         return false;
     }
     m_szPending.append(chunk);
