@@ -1,7 +1,10 @@
+#ifndef _WIN32
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -102,7 +105,6 @@ protected:
 TEST_F(TranscriptFile, AppendsLinesToAnOwnerOnlyFile) {
     const std::string path = m_dir.file("t.jsonl");
     velq_test::writeFile(path, "{\"earlier\":1}\n");
-    ::chmod(path.c_str(), 0600);
     Transcript transcript(path);
     EXPECT_TRUE(transcript.enabled());
     EXPECT_TRUE(transcript.write(JsonLine().addUtf8("ui", "cursor").add("id", 32514LL)));
@@ -111,16 +113,20 @@ TEST_F(TranscriptFile, AppendsLinesToAnOwnerOnlyFile) {
     const std::string fresh = m_dir.file("fresh.jsonl");
     Transcript created(fresh);
     ASSERT_TRUE(created.write(JsonLine().add("id", 1LL)));
+    EXPECT_EQ(velq_test::readFile(fresh), "{\"id\":1}\n");
+#ifndef _WIN32
+    // Windows gives the new file its folder's access list; a mode is POSIX's alone.
     struct stat st {};
     ASSERT_EQ(::stat(fresh.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600u);
+#endif
 }
 
 TEST_F(TranscriptFile, AFileRemovedBetweenLinesIsCreatedAgain) {
     const std::string path = m_dir.file("t.jsonl");
     Transcript transcript(path);
     ASSERT_TRUE(transcript.write(JsonLine().add("n", 1LL)));
-    ASSERT_EQ(::unlink(path.c_str()), 0);
+    ASSERT_TRUE(std::filesystem::remove(velq_test::fileSystemPath(path)));
     ASSERT_TRUE(transcript.write(JsonLine().add("n", 2LL)));
     EXPECT_EQ(velq_test::readFile(path), "{\"n\":2}\n");
 }
@@ -137,7 +143,8 @@ TEST_F(TranscriptFile, AnUnwritablePathFailsWithoutStoppingTheCaller) {
     EXPECT_FALSE(transcript.write(JsonLine().add("n", 2LL)));
 }
 
-// Long lines from several threads and a second process: every line must come out whole.
+// Long lines from several threads, and on POSIX a second process: every line must come out whole. Each
+// line opens the file anew, so to the file system a thread's appends are as another process's would be.
 TEST_F(TranscriptFile, LinesOfThreadsAndProcessesNeverMix) {
     const std::string path = m_dir.file("t.jsonl");
     constexpr int kThreads = 4;
@@ -149,12 +156,16 @@ TEST_F(TranscriptFile, LinesOfThreadsAndProcessesNeverMix) {
             transcript.write(JsonLine().add("writer", static_cast<long long>(writer)).add("text", filler));
         }
     };
+    int writers = kThreads;
+#ifndef _WIN32
     const pid_t child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
         writeLines(kThreads);
         ::_exit(0);
     }
+    ++writers;
+#endif
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back(writeLines, t);
@@ -162,17 +173,20 @@ TEST_F(TranscriptFile, LinesOfThreadsAndProcessesNeverMix) {
     for (auto& thread : threads) {
         thread.join();
     }
+#ifndef _WIN32
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+#endif
 
     const auto lines = velq_test::splitLines(velq_test::readFile(path));
-    ASSERT_EQ(lines.size(), static_cast<std::size_t>((kThreads + 1) * kLines));
-    std::vector<int> perWriter(kThreads + 1, 0);
+    ASSERT_EQ(lines.size(), static_cast<std::size_t>(writers * kLines));
+    std::vector<int> perWriter(static_cast<std::size_t>(writers), 0);
     for (const std::string& line : lines) {
         const auto object = parseTranscriptLine(line);
         ASSERT_TRUE(object.has_value()) << line.substr(0, 80);
         const long long writer = object->number("writer");
+        ASSERT_TRUE(writer >= 0 && writer < writers) << writer;
         ASSERT_EQ(object->text("text"), std::string(5000, static_cast<char>('a' + writer)));
         ++perWriter[static_cast<std::size_t>(writer)];
     }
