@@ -72,6 +72,11 @@ bool isSidWord(std::string_view word) {
     if (word == kSelfSid) {
         return true;
     }
+    // Windows' conversion under Wine takes a SID with an empty last field ("S-1-22-1-"); a script's SID
+    // is refused for it on every system, as a typing slip.
+    if (word.empty() || word.back() == '-' || word.find("--") != std::string_view::npos) {
+        return false;
+    }
     PSID sid = nullptr;
     const std::u16string text = fromUtf8(word);
     const bool valid = ConvertStringSidToSidW(text.c_str(), &sid) != FALSE;

@@ -1,6 +1,4 @@
 // The simulated sensor and the sensor-less backend, driven through the plat::WinBio calls.
-#include <unistd.h>
-
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -12,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "plat/messages.h"
+#include "plat/security.h"
 #include "plat/sensor_sim.h"
 #include "plat/strings.h"
 #include "plat/winbio.h"
@@ -83,7 +82,11 @@ HRESULT identifyOnce(WINBIO_SESSION_HANDLE session, Seen& seen) {
     return FAILED(armed) ? armed : WinBioWait(session);
 }
 
-const std::string kSelf = "S-1-22-1-" + std::to_string(geteuid());
+// Whose "self" is: the process owner's SID on every system (its form is pinned down by the layer's own
+// tests of processOwnerSidText).
+std::string selfSid() {
+    return toUtf8(processOwnerSidText());
+}
 
 TEST_F(WinBioBackendTest, EnabledSettingFollowsTheScript) {
     BOOLEAN value = 0;
@@ -140,7 +143,7 @@ TEST_F(WinBioBackendTest, EnrolledTemplatesCountPerSidWithSelfAsTheProcessOwner)
         }
         return count;
     };
-    EXPECT_EQ(templatesOf(kSelf), 3u);
+    EXPECT_EQ(templatesOf(selfSid()), 3u);
     EXPECT_EQ(templatesOf("S-1-22-1-4242"), 1u);
     EXPECT_EQ(templatesOf("S-1-22-1-4243"), 0u);
     EXPECT_EQ(WinBioCloseSession(session), S_OK);
@@ -195,7 +198,7 @@ TEST_F(WinBioBackendTest, TouchesArriveInOrderOnTheSensorsThreadWhileTheCallerWa
     const std::vector<HRESULT> expected = {
         S_OK, WINBIO_E_UNKNOWN_ID, WINBIO_E_NO_MATCH, WINBIO_E_BAD_CAPTURE, WINBIO_E_DEVICE_FAILURE, S_OK};
     EXPECT_EQ(seen.statuses, expected);
-    EXPECT_EQ(seen.sids.front(), kSelf);
+    EXPECT_EQ(seen.sids.front(), selfSid());
     EXPECT_EQ(seen.sids.back(), "S-1-22-1-7");
     for (const std::thread::id& id : seen.threads) {
         EXPECT_NE(id, std::this_thread::get_id());
