@@ -42,10 +42,11 @@ bool appendWhole(const std::u16string& path, std::string_view bytes, std::string
         failure = "error " + std::to_string(::GetLastError());
         return false;
     }
+    // A file system without locks still takes the line, only without the turn.
     ::OVERLAPPED turn{};
     const bool turnTaken = takeAppendTurn(file, turn);
     ::DWORD written = 0;
-    const bool wrote = turnTaken && bytes.size() <= 0x7FFFFFFFu &&
+    const bool wrote = bytes.size() <= 0x7FFFFFFFu &&
                        ::WriteFile(file, bytes.data(), static_cast<::DWORD>(bytes.size()), &written, nullptr);
     const ::DWORD error = ::GetLastError();
     if (turnTaken) {
