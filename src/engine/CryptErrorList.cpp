@@ -79,7 +79,9 @@ void initErrorDialog(plat::HWND dialog) {
     plat::SetDlgItemTextW(dialog, plat::IDC_ERROR_COPY, loadResString(kTextCopy).c_str());
     plat::HICON icon = plat::LoadIconW(g_hInstance, kIconDialog);
     plat::SendMessageW(dialog, plat::WM_SETICON, plat::ICON_BIG, reinterpret_cast<plat::LPARAM>(icon));
-    plat::MoveWindow(dialog, 40, 40, 299, 131, plat::TRUE);
+    // At 40, 40 with the size the template gives in dialog units: 299 by 131 taken as pixels would cut its
+    // list and buttons off on Windows.
+    plat::SetWindowPos(dialog, nullptr, 40, 40, 0, 0, plat::SWP_NOSIZE | plat::SWP_NOZORDER);
     g_strTotalErrors = loadResString(kTextTotalErrors) + u": ";
     initErrorList(plat::GetDlgItem(dialog, plat::IDC_ERROR_LIST));
 }

@@ -19,6 +19,7 @@ inline constexpr int SW_RESTORE = 9;
 inline const HWND HWND_TOPMOST = reinterpret_cast<HWND>(static_cast<std::intptr_t>(-1));
 inline constexpr UINT SWP_NOSIZE = 0x1;
 inline constexpr UINT SWP_NOMOVE = 0x2;
+inline constexpr UINT SWP_NOZORDER = 0x4;
 inline constexpr UINT SWP_SHOWWINDOW = 0x40;
 
 // Shows or hides a window; gives whether it was visible before. FALSE for no window.
