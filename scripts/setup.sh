@@ -15,6 +15,7 @@ packages=(
     libglib2.0-dev fprintd libfprint-2-2 python3-dbusmock dbus-daemon  # fprintd backend and its tests
     g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix libz-mingw-w64-dev libgcrypt-mingw-w64-dev libgcrypt20-dev wine wine64 nsis  # Windows builds (scripts/test-windows.sh), their tests under Wine, the installer; libgcrypt on Linux too
     libgtk-3-dev xvfb xauth xdotool xclip x11-apps netpbm  # GTK desktop backend, its Xvfb tests and screenshots
+    locales                                                # English and German for Wine's screenshots
 )
 # `setup.sh bench` adds the peer tools that bench/peers.py measures VELQ against.
 if [ "${1:-}" = bench ]; then
@@ -26,13 +27,17 @@ for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
 done
 
-if [ ${#missing[@]} -eq 0 ]; then
-    exit 0
-fi
-
-echo "setup: installing ${missing[*]}" >&2
 sudo=""
 [ "$(id -u)" -eq 0 ] || sudo="sudo"
-export DEBIAN_FRONTEND=noninteractive
-$sudo apt-get update -qq
-$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+if [ ${#missing[@]} -gt 0 ]; then
+    echo "setup: installing ${missing[*]}" >&2
+    export DEBIAN_FRONTEND=noninteractive
+    $sudo apt-get update -qq
+    $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# Under Wine the Windows program speaks the language of LC_ALL only where the host has that locale
+# (tests/e2e/windows_screenshots.py takes its windows in English and German).
+for locale in en_US de_DE; do
+    locale -a 2>/dev/null | grep -qx "$locale.utf8" || $sudo localedef -i "$locale" -f UTF-8 "$locale.UTF-8"
+done
