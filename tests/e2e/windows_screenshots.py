@@ -17,6 +17,7 @@ import sys
 import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from gtk_screenshots import capture  # noqa: E402
 from gtk_test import Desktop  # noqa: E402
 from velq_e2e import Failure, Sandbox  # noqa: E402
 from velq_wine import HANG_GUARD, Wine  # noqa: E402
@@ -111,17 +112,6 @@ def damage(path):
         byte = f.read(1)
         f.seek(-20, os.SEEK_END)
         f.write(bytes([byte[0] ^ 0x55]))
-
-
-def capture(desktop, wid, path):
-    xwd = subprocess.run(["xwd", "-silent", "-id", wid, "-display", desktop.display], stdout=subprocess.PIPE,
-                         check=True).stdout
-    pnm = subprocess.run(["xwdtopnm"], input=xwd, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
-                         check=True).stdout
-    with open(path, "wb") as f:
-        f.write(subprocess.run(["pnmtopng"], input=pnm, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
-                               check=True).stdout)
-    print("wrote", path)
 
 
 def shots(desk, language, out):
