@@ -27,14 +27,25 @@ inline std::filesystem::path makeTempFolder(const std::string& prefix) {
     return {};
 }
 
+// Removes `folder` with everything in it, read-only files too: Windows deletes none of those (encrypted
+// files are read-only), so their attribute goes first.
+inline void removeTree(const std::filesystem::path& folder) {
+    std::error_code ignored;
+    for (auto it = std::filesystem::recursive_directory_iterator(folder, ignored);
+         it != std::filesystem::recursive_directory_iterator(); it.increment(ignored)) {
+        std::filesystem::permissions(it->path(), std::filesystem::perms::owner_write,
+                                     std::filesystem::perm_options::add, ignored);
+    }
+    std::filesystem::remove_all(folder, ignored);
+}
+
 // A temporary folder for the life of the object.
 class TempFolder {
 public:
     explicit TempFolder(const std::string& prefix) : m_path(makeTempFolder(prefix)) {}
     ~TempFolder() {
-        std::error_code ignored;
         if (!m_path.empty()) {
-            std::filesystem::remove_all(m_path, ignored);
+            removeTree(m_path);
         }
     }
     TempFolder(const TempFolder&) = delete;

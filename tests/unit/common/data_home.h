@@ -10,19 +10,16 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <random>
 #include <string>
 
+#include "../temp_folder.h"
 #include "../test_environment.h"
 
 class ScopedDataHome {
 public:
     ScopedDataHome() {
-        std::random_device random;
-        const std::filesystem::path root =
-            std::filesystem::temp_directory_path() / ("velq-common-" + std::to_string(random()));
-        std::error_code error;
-        m_root = std::filesystem::create_directory(root, error) ? root.generic_string() : std::string();
+        const std::filesystem::path root = velq_test::makeTempFolder("velq-common-");
+        m_root = root.empty() ? std::string() : root.generic_string();
         const char* previous = std::getenv("VELQ_DATA_HOME");
         m_bHadPrevious = previous != nullptr;
         m_previous = previous ? previous : "";
@@ -30,14 +27,9 @@ public:
     }
     ~ScopedDataHome() {
         setEnvironment("VELQ_DATA_HOME", m_bHadPrevious ? m_previous.c_str() : nullptr);
-        std::error_code ignored;
-        // Windows deletes no read-only file (encrypted files are read-only): their attribute goes first.
-        for (auto it = std::filesystem::recursive_directory_iterator(m_root, ignored);
-             it != std::filesystem::recursive_directory_iterator(); it.increment(ignored)) {
-            std::filesystem::permissions(it->path(), std::filesystem::perms::owner_write,
-                                         std::filesystem::perm_options::add, ignored);
+        if (!m_root.empty()) {
+            velq_test::removeTree(m_root);
         }
-        std::filesystem::remove_all(m_root, ignored);
     }
     ScopedDataHome(const ScopedDataHome&) = delete;
     ScopedDataHome& operator=(const ScopedDataHome&) = delete;

@@ -6,8 +6,8 @@
 
 namespace plat {
 
-// The separator that the system's own paths use; its calls take "/" too on Windows.
-// Whether the system's file names ignore case: on Windows "Data" and "DATA" name the same folder.
+// kPathSeparator: the separator that the system's own paths use; its calls take "/" too on Windows.
+// kFileNamesIgnoreCase: whether the system's file names ignore case ("Data" and "DATA" on Windows).
 #ifdef _WIN32
 inline constexpr WCHAR kPathSeparator = u'\\';
 inline constexpr bool kFileNamesIgnoreCase = true;
