@@ -1,19 +1,26 @@
+// Files as the core uses them, on every system: the POSIX emulation and the Windows API must agree on
+// dispositions, error numbers, share modes, pointers and copies. What only POSIX has (modes, the umask,
+// /dev/full, mounts, fork) is tested on POSIX alone.
 #include "plat/files.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "plat/errors.h"
+#include "plat/strings.h"
+#include "temp_folder.h"
+
+#ifndef _WIN32
 #include <sched.h>
-#include <stdlib.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <cstring>
-#include <string>
-
-#include "plat/errors.h"
-#include "plat/strings.h"
+#endif
 
 namespace {
 
@@ -22,17 +29,14 @@ using plat::HANDLE;
 // A scratch folder of the test's own, removed with everything in it.
 class Files : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/velq-files-XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        m_root = pattern;
-    }
-    void TearDown() override {
-        const std::string command = "chmod -R u+w '" + m_root + "' 2>/dev/null; rm -rf '" + m_root + "'";
-        ASSERT_EQ(::system(command.c_str()), 0);
-    }
+    void SetUp() override { ASSERT_FALSE(m_folder.path().empty()); }
 
-    std::string path(const std::string& name) const { return m_root + "/" + name; }
+    // `name` inside the folder, in UTF-8; a "/" in it becomes the system's separator.
+    std::string path(const std::string& name) const {
+        const std::u8string text =
+            (m_folder.path() / std::filesystem::path(name).make_preferred()).u8string();
+        return {text.begin(), text.end()};
+    }
     std::u16string wpath(const std::string& name) const { return plat::fromUtf8(path(name)); }
 
     HANDLE open(const std::string& name, plat::DWORD access, plat::DWORD share, plat::DWORD disposition,
@@ -62,12 +66,24 @@ protected:
         return std::string(buffer, read);
     }
 
+    std::vector<std::string> namesInFolder() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(m_folder.path())) {
+            const std::u8string name = entry.path().filename().u8string();
+            names.emplace_back(name.begin(), name.end());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+#ifndef _WIN32
     mode_t modeOf(const std::string& name) const {
         struct stat st {};
         return ::stat(path(name).c_str(), &st) == 0 ? st.st_mode & 07777 : 07777;
     }
+#endif
 
-    std::string m_root;
+    velq_test::TempFolder m_folder{"velq-files-"};
 };
 
 TEST_F(Files, DispositionsCreateOpenAndTruncateAsOnWindows) {
@@ -110,19 +126,19 @@ TEST_F(Files, MissingFileAndMissingFolderGiveTwoAndThree) {
     EXPECT_EQ(plat::GetLastError(), plat::ERROR_ACCESS_DENIED);
 }
 
-TEST_F(Files, FoldersAndReadOnlyFilesAreRefusedWithFiveEvenForRoot) {
-    ASSERT_EQ(::mkdir(path("dir").c_str(), 0700), 0);
+TEST_F(Files, FoldersAreRefusedWithFive) {
+    ASSERT_TRUE(std::filesystem::create_directory(m_folder.path() / "dir"));
     EXPECT_EQ(open("dir", plat::GENERIC_READ, 0, plat::OPEN_EXISTING), plat::INVALID_HANDLE_VALUE);
     EXPECT_EQ(plat::GetLastError(), plat::ERROR_ACCESS_DENIED);
     EXPECT_EQ(open("dir", plat::GENERIC_WRITE, 0, plat::OPEN_EXISTING), plat::INVALID_HANDLE_VALUE);
     EXPECT_EQ(plat::GetLastError(), plat::ERROR_ACCESS_DENIED);
     EXPECT_FALSE(plat::DeleteFileW(wpath("dir").c_str()));
     EXPECT_EQ(plat::GetLastError(), plat::ERROR_ACCESS_DENIED);
+}
 
+TEST_F(Files, ReadOnlyFilesAreNotDeletedUntilTheAttributeGoes) {
     writeText("ro", "keep me");
     ASSERT_TRUE(plat::SetFileAttributesW(wpath("ro").c_str(), plat::FILE_ATTRIBUTE_READONLY));
-    EXPECT_EQ(open("ro", plat::GENERIC_WRITE, 0, plat::CREATE_ALWAYS), plat::INVALID_HANDLE_VALUE);
-    EXPECT_EQ(plat::GetLastError(), plat::ERROR_ACCESS_DENIED);
     EXPECT_FALSE(plat::DeleteFileW(wpath("ro").c_str()));
     EXPECT_EQ(plat::GetLastError(), plat::ERROR_ACCESS_DENIED);
     EXPECT_EQ(readText("ro"), "keep me");
@@ -132,6 +148,27 @@ TEST_F(Files, FoldersAndReadOnlyFilesAreRefusedWithFiveEvenForRoot) {
     EXPECT_TRUE(plat::DeleteFileW(wpath("ro").c_str()));
     EXPECT_FALSE(plat::DeleteFileW(wpath("ro").c_str()));
     EXPECT_EQ(plat::GetLastError(), plat::ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(Files, ReadOnlyFilesRefuseWritingEvenForRoot) {
+    writeText("ro", "keep me");
+    writeText("src", "other");
+    ASSERT_TRUE(plat::SetFileAttributesW(wpath("ro").c_str(), plat::FILE_ATTRIBUTE_READONLY));
+#ifdef _WIN32
+    // Under Wine the host's permissions decide whether a file opens for writing, and root passes them.
+    const HANDLE probe = open("ro", plat::GENERIC_WRITE, 0, plat::OPEN_EXISTING);
+    if (probe != plat::INVALID_HANDLE_VALUE) {
+        plat::CloseHandle(probe);
+        GTEST_SKIP() << "this system lets a read-only file be written (Wine run by root)";
+    }
+#endif
+    EXPECT_EQ(open("ro", plat::GENERIC_WRITE, 0, plat::OPEN_EXISTING), plat::INVALID_HANDLE_VALUE);
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_ACCESS_DENIED);
+    EXPECT_EQ(open("ro", plat::GENERIC_WRITE, 0, plat::CREATE_ALWAYS), plat::INVALID_HANDLE_VALUE);
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_ACCESS_DENIED);
+    EXPECT_FALSE(plat::CopyFileW(wpath("src").c_str(), wpath("ro").c_str(), plat::FALSE));
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_ACCESS_DENIED);
+    EXPECT_EQ(readText("ro"), "keep me");
 }
 
 TEST_F(Files, ShareModeZeroKeepsOtherHandlesOut) {
@@ -157,24 +194,6 @@ TEST_F(Files, ShareModeZeroKeepsOtherHandlesOut) {
     plat::CloseHandle(reader2);
 }
 
-TEST_F(Files, ShareModeZeroKeepsOtherProcessesOut) {
-    writeText("held", "x");
-    HANDLE h = open("held", plat::GENERIC_READ, 0, plat::OPEN_EXISTING);
-    ASSERT_NE(h, plat::INVALID_HANDLE_VALUE);
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        // The child's copy of the descriptor shares the lock, so it opens the file anew as a process would.
-        HANDLE other = open("held", plat::GENERIC_READ, 0, plat::OPEN_EXISTING);
-        ::_exit(other == plat::INVALID_HANDLE_VALUE ? static_cast<int>(plat::GetLastError()) : 0);
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), static_cast<int>(plat::ERROR_SHARING_VIOLATION));
-    plat::CloseHandle(h);
-}
-
 TEST_F(Files, ReadOnlyCreationLeavesTheCreatingHandleWritable) {
     HANDLE h = open("ro.lqvz", plat::GENERIC_READ | plat::GENERIC_WRITE, 0, plat::CREATE_ALWAYS,
                     plat::FILE_ATTRIBUTE_READONLY);
@@ -183,42 +202,8 @@ TEST_F(Files, ReadOnlyCreationLeavesTheCreatingHandleWritable) {
     EXPECT_TRUE(plat::WriteFile(h, "data", 4, &written, nullptr));
     EXPECT_EQ(written, 4u);
     plat::CloseHandle(h);
-    EXPECT_EQ(modeOf("ro.lqvz") & 0222, 0u);
     EXPECT_EQ(readText("ro.lqvz"), "data");
-    // The mode is what the umask leaves of read access for all, as for any new file.
-    const mode_t previous = ::umask(027);
-    plat::CloseHandle(open("ro2.lqvz", plat::GENERIC_READ | plat::GENERIC_WRITE, 0, plat::CREATE_NEW,
-                           plat::FILE_ATTRIBUTE_READONLY));
-    ::umask(previous);
-    EXPECT_EQ(modeOf("ro2.lqvz") & 07777, 0440u);
-    EXPECT_EQ(plat::GetFileAttributesW(wpath("ro.lqvz").c_str()) & 0xFFFF,
-              plat::FILE_ATTRIBUTE_READONLY | plat::FILE_ATTRIBUTE_UNIX_EXTENSION);
-}
-
-TEST_F(Files, AttributesCarryTheModeAndRestoreItExactly) {
-    writeText("f", "");
-    ASSERT_EQ(::chmod(path("f").c_str(), 0751), 0);
-    const plat::DWORD attributes = plat::GetFileAttributesW(wpath("f").c_str());
-    EXPECT_EQ(attributes & 0xFFFF, plat::FILE_ATTRIBUTE_NORMAL | plat::FILE_ATTRIBUTE_UNIX_EXTENSION);
-    EXPECT_EQ(plat::modeOfAttributes(attributes) & 07777, 0751u);
-
-    ASSERT_TRUE(plat::SetFileAttributesW(wpath("f").c_str(), plat::FILE_ATTRIBUTE_READONLY));
-    EXPECT_EQ(modeOf("f"), 0551u);
-    ASSERT_TRUE(plat::SetFileAttributesW(wpath("f").c_str(), plat::FILE_ATTRIBUTE_NORMAL));
-    EXPECT_EQ(modeOf("f"), 0751u);
-    ASSERT_TRUE(plat::SetFileAttributesW(wpath("f").c_str(), plat::FILE_ATTRIBUTE_READONLY));
-    ASSERT_TRUE(plat::SetFileAttributesW(wpath("f").c_str(), attributes));
-    EXPECT_EQ(modeOf("f"), 0751u);
-
-    // A decrypted file gets the mode stored with it, not the umask's.
-    HANDLE h = open("restored", plat::GENERIC_WRITE, 0, plat::CREATE_ALWAYS, attributes);
-    ASSERT_NE(h, plat::INVALID_HANDLE_VALUE);
-    plat::CloseHandle(h);
-    EXPECT_EQ(modeOf("restored"), 0751u);
-
-    ASSERT_EQ(::mkdir(path("dir").c_str(), 0500), 0);
-    EXPECT_EQ(plat::GetFileAttributesW(wpath("dir").c_str()) & 0xFF,
-              plat::FILE_ATTRIBUTE_DIRECTORY | plat::FILE_ATTRIBUTE_READONLY);
+    EXPECT_NE(plat::GetFileAttributesW(wpath("ro.lqvz").c_str()) & plat::FILE_ATTRIBUTE_READONLY, 0u);
 }
 
 // The pointer belongs to the handle: reads and writes move it by what they moved, seeks move only it.
@@ -264,6 +249,9 @@ TEST_F(Files, SeeksPastFourGibibytesThroughTheHighPart) {
     plat::DWORD sizeHigh = 0;
     EXPECT_EQ(plat::GetFileSize(h, &sizeHigh), 16u);
     EXPECT_EQ(sizeHigh, 1u);
+    plat::LARGE_INTEGER size{};
+    ASSERT_TRUE(plat::GetFileSizeEx(h, &size));
+    EXPECT_EQ(size.QuadPart, 0x100000010LL);
 
     // Back from the end by 16 bytes: the low part 0 with high 1, not a failure.
     high = -1;
@@ -275,15 +263,134 @@ TEST_F(Files, SeeksPastFourGibibytesThroughTheHighPart) {
     EXPECT_EQ(read, 32u);  // a read at the end gives what is there
     EXPECT_EQ(std::string(buffer, read), std::string(32, '\0'));
 
-    // Without the high part a position above 32 bits is refused and the position stays.
-    EXPECT_EQ(plat::SetFilePointer(h, 0, nullptr, plat::FILE_END), plat::INVALID_SET_FILE_POINTER);
-    EXPECT_EQ(plat::GetLastError(), plat::ERROR_INVALID_PARAMETER);
-    plat::LARGE_INTEGER now{};
-    ASSERT_TRUE(plat::SetFilePointerEx(h, plat::LARGE_INTEGER{0}, &now, plat::FILE_CURRENT));
-    EXPECT_EQ(now.QuadPart, 0x100000010LL);
     EXPECT_FALSE(plat::SetFilePointerEx(h, plat::LARGE_INTEGER{-0x200000000LL}, nullptr, plat::FILE_CURRENT));
     EXPECT_EQ(plat::GetLastError(), plat::ERROR_NEGATIVE_SEEK);
     plat::CloseHandle(h);
+}
+
+// Without the high part a position above 32 bits is refused and the position stays. (Under Wine the low
+// part is given instead: left out there.)
+TEST_F(Files, PositionsAboveThirtyTwoBitsNeedTheHighPart) {
+    HANDLE h = open("sparse", plat::GENERIC_READ | plat::GENERIC_WRITE, 0, plat::CREATE_NEW);
+    ASSERT_NE(h, plat::INVALID_HANDLE_VALUE);
+    const plat::LARGE_INTEGER beyond{0x100000010LL};
+    ASSERT_TRUE(plat::SetFilePointerEx(h, beyond, nullptr, plat::FILE_BEGIN));
+    EXPECT_EQ(plat::SetFilePointer(h, 0, nullptr, plat::FILE_CURRENT), plat::INVALID_SET_FILE_POINTER);
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_INVALID_PARAMETER);
+    plat::LARGE_INTEGER now{};
+    ASSERT_TRUE(plat::SetFilePointerEx(h, plat::LARGE_INTEGER{0}, &now, plat::FILE_CURRENT));
+    EXPECT_EQ(now.QuadPart, beyond.QuadPart);
+    plat::CloseHandle(h);
+}
+
+TEST_F(Files, CopyKeepsBytesAndHonoursFailIfExists) {
+    writeText("src", "payload");
+    ASSERT_TRUE(plat::CopyFileW(wpath("src").c_str(), wpath("dst").c_str(), plat::TRUE));
+    EXPECT_EQ(readText("dst"), "payload");
+
+    writeText("other", "other");
+    EXPECT_FALSE(plat::CopyFileW(wpath("other").c_str(), wpath("dst").c_str(), plat::TRUE));
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_FILE_EXISTS);
+    EXPECT_EQ(readText("dst"), "payload");
+
+    ASSERT_TRUE(plat::CopyFileW(wpath("other").c_str(), wpath("dst").c_str(), plat::FALSE));
+    EXPECT_EQ(readText("dst"), "other");
+}
+
+TEST_F(Files, FailedCopyLeavesNothingBehind) {
+    EXPECT_FALSE(plat::CopyFileW(wpath("missing").c_str(), wpath("dst").c_str(), plat::FALSE));
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_FILE_NOT_FOUND);
+
+    writeText("held", "x");
+    HANDLE holder = open("held", plat::GENERIC_READ, 0, plat::OPEN_EXISTING);
+    EXPECT_FALSE(plat::CopyFileW(wpath("held").c_str(), wpath("dst").c_str(), plat::FALSE));
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_SHARING_VIOLATION);
+    plat::CloseHandle(holder);
+    EXPECT_EQ(namesInFolder(), std::vector<std::string>{"held"}) << "a partial copy was left in the folder";
+}
+
+TEST_F(Files, WrongHandlesAreRefusedWithSix) {
+    EXPECT_FALSE(plat::ReadFile(plat::INVALID_HANDLE_VALUE, nullptr, 0, nullptr, nullptr));
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_INVALID_HANDLE);
+    EXPECT_EQ(plat::GetFileSize(nullptr, nullptr), plat::INVALID_FILE_SIZE);
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_INVALID_HANDLE);
+}
+
+#ifndef _WIN32
+// What POSIX alone has: the mode carried in the attributes, the umask, a device that is always full, a
+// mount of one's own, and a second process made by fork. On Windows a share mode keeps out every other
+// open alike, of this process or another (ShareModeZeroKeepsOtherHandlesOut above shows it).
+
+TEST_F(Files, ShareModeZeroKeepsOtherProcessesOut) {
+    writeText("held", "x");
+    HANDLE h = open("held", plat::GENERIC_READ, 0, plat::OPEN_EXISTING);
+    ASSERT_NE(h, plat::INVALID_HANDLE_VALUE);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        // The child's copy of the descriptor shares the lock, so it opens the file anew as a process would.
+        HANDLE other = open("held", plat::GENERIC_READ, 0, plat::OPEN_EXISTING);
+        ::_exit(other == plat::INVALID_HANDLE_VALUE ? static_cast<int>(plat::GetLastError()) : 0);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), static_cast<int>(plat::ERROR_SHARING_VIOLATION));
+    plat::CloseHandle(h);
+}
+
+TEST_F(Files, ReadOnlyCreationTakesWhatTheUmaskLeavesOfReadAccess) {
+    HANDLE h = open("ro.lqvz", plat::GENERIC_READ | plat::GENERIC_WRITE, 0, plat::CREATE_ALWAYS,
+                    plat::FILE_ATTRIBUTE_READONLY);
+    ASSERT_NE(h, plat::INVALID_HANDLE_VALUE);
+    plat::CloseHandle(h);
+    EXPECT_EQ(modeOf("ro.lqvz") & 0222, 0u);
+    const mode_t previous = ::umask(027);
+    plat::CloseHandle(open("ro2.lqvz", plat::GENERIC_READ | plat::GENERIC_WRITE, 0, plat::CREATE_NEW,
+                           plat::FILE_ATTRIBUTE_READONLY));
+    ::umask(previous);
+    EXPECT_EQ(modeOf("ro2.lqvz") & 07777, 0440u);
+    EXPECT_EQ(plat::GetFileAttributesW(wpath("ro.lqvz").c_str()) & 0xFFFF,
+              plat::FILE_ATTRIBUTE_READONLY | plat::FILE_ATTRIBUTE_UNIX_EXTENSION);
+}
+
+TEST_F(Files, AttributesCarryTheModeAndRestoreItExactly) {
+    writeText("f", "");
+    ASSERT_EQ(::chmod(path("f").c_str(), 0751), 0);
+    const plat::DWORD attributes = plat::GetFileAttributesW(wpath("f").c_str());
+    EXPECT_EQ(attributes & 0xFFFF, plat::FILE_ATTRIBUTE_NORMAL | plat::FILE_ATTRIBUTE_UNIX_EXTENSION);
+    EXPECT_EQ(plat::modeOfAttributes(attributes) & 07777, 0751u);
+
+    ASSERT_TRUE(plat::SetFileAttributesW(wpath("f").c_str(), plat::FILE_ATTRIBUTE_READONLY));
+    EXPECT_EQ(modeOf("f"), 0551u);
+    ASSERT_TRUE(plat::SetFileAttributesW(wpath("f").c_str(), plat::FILE_ATTRIBUTE_NORMAL));
+    EXPECT_EQ(modeOf("f"), 0751u);
+    ASSERT_TRUE(plat::SetFileAttributesW(wpath("f").c_str(), plat::FILE_ATTRIBUTE_READONLY));
+    ASSERT_TRUE(plat::SetFileAttributesW(wpath("f").c_str(), attributes));
+    EXPECT_EQ(modeOf("f"), 0751u);
+
+    // A decrypted file gets the mode stored with it, not the umask's.
+    HANDLE h = open("restored", plat::GENERIC_WRITE, 0, plat::CREATE_ALWAYS, attributes);
+    ASSERT_NE(h, plat::INVALID_HANDLE_VALUE);
+    plat::CloseHandle(h);
+    EXPECT_EQ(modeOf("restored"), 0751u);
+
+    ASSERT_EQ(::mkdir(path("dir").c_str(), 0500), 0);
+    EXPECT_EQ(plat::GetFileAttributesW(wpath("dir").c_str()) & 0xFF,
+              plat::FILE_ATTRIBUTE_DIRECTORY | plat::FILE_ATTRIBUTE_READONLY);
+}
+
+TEST_F(Files, CopyKeepsTheMode) {
+    writeText("src", "payload");
+    ASSERT_EQ(::chmod(path("src").c_str(), 0640), 0);
+    ASSERT_TRUE(plat::CopyFileW(wpath("src").c_str(), wpath("dst").c_str(), plat::TRUE));
+    EXPECT_EQ(modeOf("dst"), 0640u);
+}
+
+// Reading /proc/self/mem at offset 0 fails once the temporary sibling exists: it must go again.
+TEST_F(Files, CopyThatFailsWhileReadingLeavesNothingBehind) {
+    EXPECT_FALSE(plat::CopyFileW(u"/proc/self/mem", wpath("dst").c_str(), plat::FALSE));
+    EXPECT_TRUE(namesInFolder().empty()) << "a partial or temporary copy was left in the folder";
 }
 
 TEST_F(Files, FullDiskGivesOneHundredTwelve) {
@@ -307,7 +414,7 @@ TEST_F(Files, ReadOnlyFileSystemGivesNineteen) {
     if (child == 0) {
         if (::unshare(CLONE_NEWNS) != 0 ||
             ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            ::mount("velq-ro", m_root.c_str(), "tmpfs", MS_RDONLY, nullptr) != 0) {
+            ::mount("velq-ro", m_folder.path().c_str(), "tmpfs", MS_RDONLY, nullptr) != 0) {
             ::_exit(200);
         }
         HANDLE h = open("new", plat::GENERIC_WRITE, 0, plat::CREATE_NEW);
@@ -321,49 +428,6 @@ TEST_F(Files, ReadOnlyFileSystemGivesNineteen) {
     }
     EXPECT_EQ(WEXITSTATUS(status), static_cast<int>(plat::ERROR_WRITE_PROTECT));
 }
-
-TEST_F(Files, CopyKeepsBytesAndModeAndHonoursFailIfExists) {
-    writeText("src", "payload");
-    ASSERT_EQ(::chmod(path("src").c_str(), 0640), 0);
-    ASSERT_TRUE(plat::CopyFileW(wpath("src").c_str(), wpath("dst").c_str(), plat::TRUE));
-    EXPECT_EQ(readText("dst"), "payload");
-    EXPECT_EQ(modeOf("dst"), 0640u);
-
-    writeText("other", "other");
-    EXPECT_FALSE(plat::CopyFileW(wpath("other").c_str(), wpath("dst").c_str(), plat::TRUE));
-    EXPECT_EQ(plat::GetLastError(), plat::ERROR_FILE_EXISTS);
-    EXPECT_EQ(readText("dst"), "payload");
-
-    ASSERT_TRUE(plat::CopyFileW(wpath("other").c_str(), wpath("dst").c_str(), plat::FALSE));
-    EXPECT_EQ(readText("dst"), "other");
-
-    ASSERT_TRUE(plat::SetFileAttributesW(wpath("dst").c_str(), plat::FILE_ATTRIBUTE_READONLY));
-    EXPECT_FALSE(plat::CopyFileW(wpath("src").c_str(), wpath("dst").c_str(), plat::FALSE));
-    EXPECT_EQ(plat::GetLastError(), plat::ERROR_ACCESS_DENIED);
-    EXPECT_EQ(readText("dst"), "other");
-}
-
-TEST_F(Files, FailedCopyLeavesNothingBehind) {
-    EXPECT_FALSE(plat::CopyFileW(wpath("missing").c_str(), wpath("dst").c_str(), plat::FALSE));
-    EXPECT_EQ(plat::GetLastError(), plat::ERROR_FILE_NOT_FOUND);
-
-    writeText("held", "x");
-    HANDLE holder = open("held", plat::GENERIC_READ, 0, plat::OPEN_EXISTING);
-    EXPECT_FALSE(plat::CopyFileW(wpath("held").c_str(), wpath("dst").c_str(), plat::FALSE));
-    EXPECT_EQ(plat::GetLastError(), plat::ERROR_SHARING_VIOLATION);
-    plat::CloseHandle(holder);
-
-    // Reading /proc/self/mem at offset 0 fails once the temporary sibling exists: it must go again.
-    EXPECT_FALSE(plat::CopyFileW(u"/proc/self/mem", wpath("dst").c_str(), plat::FALSE));
-    const std::string listing = "ls -A '" + m_root + "' | grep -q -v '^held$'";
-    EXPECT_NE(::system(listing.c_str()), 0) << "a partial or temporary copy was left in the folder";
-}
-
-TEST_F(Files, WrongHandlesAreRefusedWithSix) {
-    EXPECT_FALSE(plat::ReadFile(plat::INVALID_HANDLE_VALUE, nullptr, 0, nullptr, nullptr));
-    EXPECT_EQ(plat::GetLastError(), plat::ERROR_INVALID_HANDLE);
-    EXPECT_EQ(plat::GetFileSize(nullptr, nullptr), plat::INVALID_FILE_SIZE);
-    EXPECT_EQ(plat::GetLastError(), plat::ERROR_INVALID_HANDLE);
-}
+#endif
 
 }  // namespace

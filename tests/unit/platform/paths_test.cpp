@@ -1,18 +1,40 @@
+// Path helpers on every system, with the system's own separator.
 #include "plat/paths.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <unistd.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <string>
 
 #include "plat/errors.h"
 #include "plat/strings.h"
+#include "temp_folder.h"
+
+#ifndef _WIN32
+#include <unistd.h>
+#endif
 
 namespace {
 
+// `path` with each "/" made the system's separator.
+std::u16string native(std::u16string path) {
+    std::replace(path.begin(), path.end(), u'/', plat::kPathSeparator);
+    return path;
+}
+
 std::u16string extensionOf(const char16_t* path) {
-    return plat::PathFindExtensionW(path);
+    return plat::PathFindExtensionW(native(path).c_str());
+}
+
+std::u16string fileNameOf(const char16_t* path) {
+    const std::u16string nativePath = native(path);
+    return plat::PathFindFileNameW(nativePath.c_str());
+}
+
+std::u16string utf16(const std::filesystem::path& path) {
+    const std::u8string text = path.u8string();
+    return plat::fromUtf8(std::string(text.begin(), text.end()));
 }
 
 TEST(PathFindExtension, TakesTheLastDotOfTheLastComponentOnly) {
@@ -20,33 +42,39 @@ TEST(PathFindExtension, TakesTheLastDotOfTheLastComponentOnly) {
     EXPECT_EQ(extensionOf(u"/a.dir/name"), u"");
     EXPECT_EQ(extensionOf(u"name."), u".");
     EXPECT_EQ(extensionOf(u".profile"), u".profile");
-    const char16_t* noExtension = u"/x/readme";
-    EXPECT_EQ(plat::PathFindExtensionW(noExtension), noExtension + 9);  // the terminating NUL
+    const std::u16string noExtension = native(u"/x/readme");
+    EXPECT_EQ(plat::PathFindExtensionW(noExtension.c_str()), noExtension.c_str() + 9);  // the terminating NUL
     EXPECT_EQ(plat::PathFindExtensionW(nullptr), nullptr);
 }
 
 TEST(PathFindFileName, SkipsTrailingSeparatorsAsWindowsDoes) {
-    EXPECT_EQ(std::u16string(plat::PathFindFileNameW(u"/a/b/c.txt")), u"c.txt");
-    EXPECT_EQ(std::u16string(plat::PathFindFileNameW(u"/a/b/")), u"b/");
-    EXPECT_EQ(std::u16string(plat::PathFindFileNameW(u"plain")), u"plain");
+    EXPECT_EQ(fileNameOf(u"/a/b/c.txt"), u"c.txt");
+    EXPECT_EQ(fileNameOf(u"/a/b/"), native(u"b/"));
+    EXPECT_EQ(fileNameOf(u"plain"), u"plain");
     EXPECT_EQ(plat::PathFindFileNameW(nullptr), nullptr);
 }
 
-TEST(PathFileExists, CountsDanglingLinksAndTellsMissingParents) {
-    char root[] = "/tmp/velq-paths-XXXXXX";
-    ASSERT_NE(::mkdtemp(root), nullptr);
-    const std::string link = std::string(root) + "/dangling";
-    ASSERT_EQ(::symlink("/nonexistent/velq-target", link.c_str()), 0);
-    EXPECT_TRUE(plat::PathFileExistsW(plat::fromUtf8(link).c_str()));
-    EXPECT_TRUE(plat::PathFileExistsW(plat::fromUtf8(root).c_str()));
-
-    EXPECT_FALSE(plat::PathFileExistsW(plat::fromUtf8(std::string(root) + "/missing").c_str()));
+TEST(PathFileExists, TellsAMissingFileFromAMissingFolder) {
+    const velq_test::TempFolder folder("velq-paths-");
+    ASSERT_FALSE(folder.path().empty());
+    const std::u16string root = utf16(folder.path());
+    EXPECT_TRUE(plat::PathFileExistsW(root.c_str()));
+    EXPECT_FALSE(plat::PathFileExistsW((root + native(u"/missing")).c_str()));
     EXPECT_EQ(plat::GetLastError(), plat::ERROR_FILE_NOT_FOUND);
-    EXPECT_FALSE(plat::PathFileExistsW(plat::fromUtf8(std::string(root) + "/no/such").c_str()));
+    EXPECT_FALSE(plat::PathFileExistsW((root + native(u"/no/such")).c_str()));
     EXPECT_EQ(plat::GetLastError(), plat::ERROR_PATH_NOT_FOUND);
-    ::unlink(link.c_str());
-    ::rmdir(root);
 }
+
+#ifndef _WIN32
+// A dangling link is a name that is taken: a new file there would be written through it.
+TEST(PathFileExists, CountsDanglingLinks) {
+    const velq_test::TempFolder folder("velq-paths-");
+    ASSERT_FALSE(folder.path().empty());
+    const std::filesystem::path link = folder.path() / "dangling";
+    ASSERT_EQ(::symlink("/nonexistent/velq-target", link.c_str()), 0);
+    EXPECT_TRUE(plat::PathFileExistsW(utf16(link).c_str()));
+}
+#endif
 
 TEST(CharLower, LowersLatinGreekCyrillicInPlace) {
     std::u16string text = u"ABC.LQVZ ÀÉÖØÞ ĀĹŸŽ ΑΒΓΆΏΣ АБВЁЯЇ Ԁ";

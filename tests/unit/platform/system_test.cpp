@@ -1,35 +1,50 @@
+// The process's file name, the environment, folders, date and time pictures and the clock, on every
+// system.
 #include "plat/system.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <string>
 
 #include "plat/errors.h"
 #include "plat/strings.h"
+#include "temp_folder.h"
+#include "test_environment.h"
+
+#ifndef _WIN32
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 namespace {
+
+std::filesystem::path pathOf(const std::u16string& text) {
+    const std::string utf8 = plat::toUtf8(text);
+    return std::u8string(utf8.begin(), utf8.end());
+}
 
 TEST(ModuleFileName, IsTheRunningProgramAndCutsLikeWindows) {
     char16_t path[4096];
     const plat::DWORD length = plat::GetModuleFileNameW(nullptr, path, 4096);
     ASSERT_GT(length, 0u);
     const std::u16string full(path, length);
-    EXPECT_EQ(full.front(), u'/');
-    EXPECT_NE(full.find(u"velq_platform_tests"), std::u16string::npos);
+    EXPECT_TRUE(pathOf(full).is_absolute());
+    EXPECT_EQ(pathOf(full).stem(), "velq_platform_tests");
 
     char16_t small[4];
     EXPECT_EQ(plat::GetModuleFileNameW(nullptr, small, 4), 4u);
     EXPECT_EQ(plat::GetLastError(), plat::ERROR_INSUFFICIENT_BUFFER);
-    EXPECT_EQ(std::u16string(small), full.substr(0, 3));
+    EXPECT_EQ(std::u16string(small, 3), full.substr(0, 3));
+#ifndef _WIN32
+    EXPECT_EQ(small[3], u'\0');  // Wine leaves the cut name without its NUL, as Windows XP did
+#endif
 }
 
 TEST(ExpandEnvironmentStrings, KnownNamesExpandAndOthersStay) {
-    ::setenv("VELQ_EXPAND_TEST", "/home/x", 1);
-    ::unsetenv("VELQ_EXPAND_UNSET");
+    const ScopedEnv set("VELQ_EXPAND_TEST", "/home/x");
+    const ScopedEnv unset("VELQ_EXPAND_UNSET", nullptr);
     char16_t out[128];
     const char16_t* source = u"%VELQ_EXPAND_TEST%/log/%VELQ_EXPAND_UNSET%/100% %%";
     const std::u16string expected = u"/home/x/log/%VELQ_EXPAND_UNSET%/100% %%";
@@ -40,26 +55,29 @@ TEST(ExpandEnvironmentStrings, KnownNamesExpandAndOthersStay) {
     EXPECT_EQ(plat::ExpandEnvironmentStringsW(source, out, 5), expected.size() + 1);
     EXPECT_EQ(plat::ExpandEnvironmentStringsW(source, nullptr, 0), expected.size() + 1);
     EXPECT_EQ(plat::ExpandEnvironmentStringsW(u"", out, 128), 1u);
-    EXPECT_EQ(plat::ExpandEnvironmentStringsW(nullptr, out, 128), 0u);
+#ifndef _WIN32
+    EXPECT_EQ(plat::ExpandEnvironmentStringsW(nullptr, out, 128), 0u);  // Wine takes it for ""
     EXPECT_EQ(plat::GetLastError(), plat::ERROR_INVALID_PARAMETER);
+#endif
 }
 
 class CreateDirectory : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char folder[] = "/tmp/velq-mkdir-XXXXXX";
-        ASSERT_NE(::mkdtemp(folder), nullptr);
-        m_root = folder;
+    void SetUp() override { ASSERT_FALSE(m_folder.path().empty()); }
+    // `relative` ("/a/b") below the test's folder.
+    std::filesystem::path below(const std::string& relative) const {
+        return m_folder.path() / std::filesystem::path(relative.substr(1)).make_preferred();
     }
-    void TearDown() override { ASSERT_EQ(std::system(("rm -rf '" + m_root + "'").c_str()), 0); }
-    int create(const std::string& relative) {
-        return plat::SHCreateDirectoryExW(nullptr, plat::fromUtf8(m_root + relative).c_str(), nullptr);
+    int create(const std::string& relative) const {
+        const std::u8string path = below(relative).u8string();
+        return plat::SHCreateDirectoryExW(
+            nullptr, plat::fromUtf8(std::string(path.begin(), path.end())).c_str(), nullptr);
     }
-    bool isFolder(const std::string& relative) {
-        struct stat st {};
-        return ::stat((m_root + relative).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+    bool isFolder(const std::string& relative) const {
+        return std::filesystem::is_directory(below(relative));
     }
-    std::string m_root;
+
+    velq_test::TempFolder m_folder{"velq-mkdir-"};
 };
 
 TEST_F(CreateDirectory, CreatesEveryMissingFolder) {
@@ -71,23 +89,33 @@ TEST_F(CreateDirectory, CreatesEveryMissingFolder) {
 }
 
 TEST_F(CreateDirectory, RefusesFilesInTheWayAndRelativePaths) {
-    std::ofstream(m_root + "/file") << "x";
+    std::ofstream(below("/file")) << "x";
+    // Refused, and the file stays; which number says so differs (80 here, 183 and 3 under Wine). The log,
+    // the one caller, only tries to open its file again.
+    EXPECT_NE(create("/file"), 0);
+    EXPECT_NE(create("/file/below"), 0);
+    EXPECT_TRUE(std::filesystem::is_regular_file(below("/file")));
+#ifndef _WIN32
     EXPECT_EQ(create("/file"), 80);
     EXPECT_EQ(create("/file/below"), 80);
+#endif
     EXPECT_EQ(plat::SHCreateDirectoryExW(nullptr, u"relative/dir", nullptr), 161);
     EXPECT_EQ(plat::SHCreateDirectoryExW(nullptr, u"", nullptr), 161);
     EXPECT_EQ(plat::SHCreateDirectoryExW(nullptr, nullptr, nullptr), 161);
 }
 
+#ifndef _WIN32
+// A folder's mode is POSIX's; on Windows its access list, which a test of the user's own cannot take away.
 TEST_F(CreateDirectory, MapsOtherFailuresFromErrno) {
     if (::geteuid() == 0) {
         GTEST_SKIP() << "root ignores folder permissions";
     }
     ASSERT_EQ(create("/locked"), 0);
-    ASSERT_EQ(::chmod((m_root + "/locked").c_str(), 0500), 0);
+    ASSERT_EQ(::chmod(below("/locked").c_str(), 0500), 0);
     EXPECT_EQ(create("/locked/inner"), 5);
-    ::chmod((m_root + "/locked").c_str(), 0700);
+    ::chmod(below("/locked").c_str(), 0700);
 }
+#endif
 
 plat::SYSTEMTIME sampleTime() {
     plat::SYSTEMTIME t{};

@@ -1,4 +1,4 @@
-// Text, languages, the account's SID and the system's information through the Win32 forwards.
+// Languages, the account's SID and the system's information through the Win32 forwards.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -15,21 +15,6 @@
 
 namespace plat {
 namespace {
-
-TEST(Win32Text, Utf8ConversionsKeepEveryCodePointAndReplaceBrokenOnes) {
-    const std::u16string text = u"Ä\u4e2d\U0001F511.lqvz";
-    EXPECT_EQ(toUtf8(text), "\xC3\x84\xE4\xB8\xAD\xF0\x9F\x94\x91.lqvz");
-    EXPECT_EQ(fromUtf8(toUtf8(text)), text);
-    EXPECT_EQ(toUtf8(std::u16string(1, char16_t{0xD800}) + u"a"),
-              "\xEF\xBF\xBD"
-              "a");
-    EXPECT_EQ(fromUtf8("a\xFF"), u"a\uFFFD");
-    EXPECT_EQ(toUtf8(u""), "");
-    WCHAR buffer[4];
-    EXPECT_EQ(copyTruncated(u"abcdef", buffer, 4), 3u);
-    EXPECT_EQ(std::u16string(buffer), u"abc");
-    EXPECT_EQ(wcslen16(nullptr), 0u);
-}
 
 unsigned languagesOfANewThread(void* count) {
     *static_cast<std::size_t*>(count) = threadPreferredUILanguages().size();
