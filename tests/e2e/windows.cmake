@@ -14,3 +14,20 @@ if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_
         set_tests_properties(e2e_windows_${case} PROPERTIES LABELS e2e TIMEOUT 600 SKIP_RETURN_CODE 77)
     endforeach()
 endif()
+
+# The native windows on a private X display (Xvfb), answered by key presses; skipped (77) without Xvfb or
+# xdotool. A prefix of their own, whose windows the X11 driver draws; its cases take turns, since each ends
+# the prefix's server when it is done.
+if(TARGET VELQFileEncrypt AND TARGET velq AND TARGET velqmsg AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8
+   AND VELQ_PYTHON3)
+    foreach(case message_box_answers first_encryption_with_backup key_recovered_from_backup wait_window_closed
+            cancelled_progress_and_error_list error_list_copied_and_closed)
+        add_test(NAME e2e_windows_gui_${case}
+                 COMMAND ${VELQ_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/windows_gui_test.py
+                         $<TARGET_FILE:VELQFileEncrypt> $<TARGET_FILE:velq> $<TARGET_FILE:velqmsg>
+                         ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
+                         ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix-windows ${case})
+        set_tests_properties(e2e_windows_gui_${case} PROPERTIES LABELS e2e TIMEOUT 600 SKIP_RETURN_CODE 77
+                             RESOURCE_LOCK wineprefix-windows)
+    endforeach()
+endif()

@@ -12,107 +12,12 @@ Under Wine the user's language is the one of LC_ALL.
 """
 import os
 import shutil
-import subprocess
 import sys
-import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from gtk_screenshots import capture  # noqa: E402
-from gtk_test import Desktop  # noqa: E402
-from velq_e2e import Failure, Sandbox  # noqa: E402
-from velq_wine import HANG_GUARD, Wine  # noqa: E402
-
-LOCALES = {"en": "en_US.UTF-8", "de": "de_DE.UTF-8"}
-PASSWORD = "a long backup password"
-SCREEN = "1024x768"  # Xvfb's screen, and so the size of Wine's desktop window
-WAIT_WINDOW = "203x268"  # the fingerprint's wait window, which the gate shows before anything else
-
-
-class WineDesk(Sandbox):
-    """The Windows program on the private display: a data home, a sensor and files of its own."""
-
-    def __init__(self, wine, desktop, exes, language):
-        super().__init__("velq-windows-shots-", "sim")
-        self.wine = wine
-        self.desktop = desktop
-        self.program, self.velq, self.velqmsg = exes
-        os.makedirs(self.docs)
-        self.sensor = os.path.join(self.root, "sensor")
-        self.touch(True)
-        w = Wine.windows_path
-        self.windows_env = {k: v for k, v in os.environ.items() if not k.startswith("VELQ_")}
-        self.windows_env.update(DISPLAY=desktop.display, LC_ALL=LOCALES[language], LANG=LOCALES[language],
-                                VELQ_WINBIO="sim", VELQ_WINBIO_SIM=w(self.sensor),
-                                VELQ_DATA_HOME=w(os.path.join(self.root, "data")), VELQ_PROGRAM=w(self.program))
-
-    def touch(self, finger):
-        with open(self.sensor, "w") as f:
-            f.write("enrolled self 2\n" + ("touch self\n" if finger else ""))
-
-    def start(self, argv, **env):
-        return self.wine.start(argv, dict(self.windows_env, **env))
-
-    def request(self, path, menu):
-        return self.start([self.program, "1::%s::%d" % (Wine.windows_path(path), menu)])
-
-    def make_key(self, path):
-        """The first encryption through the scripted UI: a key and its backup, no window."""
-        self.write_answers(["no", "ok", "export %s\t%s" % (Wine.windows_path(self.root + "/backup.key"),
-                                                          PASSWORD)])
-        finish(self.start([self.program, "1::%s::1" % Wine.windows_path(path)], VELQ_UI="script",
-                          VELQ_UI_SCRIPT=Wine.windows_path(self.answers)))
-
-    def windows(self):
-        """The visible top-level windows smaller than the screen (Wine's own desktop window is not):
-        {id: "WIDTHxHEIGHT"}."""
-        found = {}
-        for wid in self.desktop.tool("xdotool", "search", "--onlyvisible", "--name", "", check=False).split():
-            geometry = self.desktop.tool("xdotool", "getwindowgeometry", wid, check=False).split()
-            size = geometry[-1] if geometry else ""
-            if "x" in size and size != SCREEN:
-                found[wid] = size
-        return found
-
-    def window(self, process, skip=(), wait=False, settle=1.5, not_size=None):
-        """Waits for a window of `process` that is not one of `skip` nor of the size `not_size`, and lets
-        it draw itself: the fingerprint's wait window when `wait`, else any other (the gate shows the wait
-        window first)."""
-        end = time.monotonic() + HANG_GUARD
-        while time.monotonic() < end:
-            found = [wid for wid, size in self.windows().items()
-                     if wid not in skip and size != not_size and (size == WAIT_WINDOW) == wait]
-            if found:
-                time.sleep(settle)
-                return found[-1]
-            if process.poll() is not None:
-                raise Failure("the program ended (%d) before showing a window: %s" %
-                              (process.returncode, process.stderr.read()[-800:]))
-            time.sleep(0.2)
-        raise Failure("no window was shown")
-
-    def keys(self, wid, *keys):
-        """Keys to the window `wid`, brought to the front first, as a person presses them."""
-        self.desktop.tool("xdotool", "windowfocus", wid, check=False)
-        self.desktop.tool("xdotool", "key", "--clearmodifiers", *keys)
-
-
-def finish(process, hang_guard=HANG_GUARD):
-    """Waits for the end of `process`; one that stays is ended (a screenshot's work is done)."""
-    try:
-        process.communicate(timeout=hang_guard)
-    except subprocess.TimeoutExpired:
-        process.kill()
-        process.communicate()
-
-
-def damage(path):
-    os.chmod(path, 0o600)
-    with open(path, "r+b") as f:
-        f.seek(-20, os.SEEK_END)
-        byte = f.read(1)
-        f.seek(-20, os.SEEK_END)
-        f.write(bytes([byte[0] ^ 0x55]))
-
+from velq_wine import Wine  # noqa: E402
+from windows_desktop import Desktop, WineDesk, damage, end_wine, finish, prepare_prefix  # noqa: E402
 
 def shots(desk, language, out):
     name = lambda what: os.path.join(out, "windows-%s-%s.png" % (what, language))  # noqa: E731
@@ -189,9 +94,7 @@ def main(argv):
     program, velq, velqmsg, runner, wine64, prefix, out = argv[1:]
     os.makedirs(out, exist_ok=True)
     wine = Wine(runner, wine64, prefix)
-    # Without a window manager Wine draws the frames and title bars itself.
-    wine.run(["reg", "add", "HKCU\\Software\\Wine\\X11 Driver", "/v", "Decorated", "/d", "N", "/f"])
-    wine.run(["reg", "delete", "HKCU\\Software\\Wine\\Drivers", "/v", "Graphics", "/f"])
+    prepare_prefix(wine)
     for language in os.environ.get("VELQ_SHOT_LANGUAGES", "en de").split():
         desktop = Desktop()
         try:
@@ -199,8 +102,7 @@ def main(argv):
                 shots(desk, language, out)
         finally:
             desktop.close()
-            subprocess.run([wine64.replace("wine64", "wineserver"), "-k"], env=dict(os.environ, WINEPREFIX=prefix),
-                           check=False)
+            end_wine(wine64, prefix)
     return 0
 
 
