@@ -2,6 +2,7 @@
 // window and GDI+: the API's own calls.
 #include "plat/system.h"
 #include "plat/foreground.h"
+#include "plat/strings.h"
 #include "plat/sysinfo.h"
 #include "wide.h"
 // After wide.h: the shell's folder call needs <windows.h> first.
@@ -31,6 +32,30 @@ const ::SYSTEMTIME* nativeTime(const SYSTEMTIME* time) {
 
 DWORD GetModuleFileNameW(HMODULE hModule, LPWSTR lpFilename, DWORD nSize) {
     return ::GetModuleFileNameW(reinterpret_cast<::HMODULE>(hModule), wide(lpFilename), nSize);
+}
+
+// The process's own block, not the C runtime's copies: SetEnvironmentVariableW reaches only the block.
+std::optional<std::string> environmentValue(const char* name) {
+    const std::u16string wideName = fromUtf8(name);
+    std::u16string value;
+    ::DWORD room = 1;
+    for (;;) {
+        value.resize(room);
+        ::SetLastError(ERROR_SUCCESS);
+        const ::DWORD length = ::GetEnvironmentVariableW(wide(wideName.c_str()), wide(value.data()), room);
+        if (length == 0) {
+            // 0 is also the length of a variable that is set and empty; the last error tells them apart.
+            return ::GetLastError() == ERROR_SUCCESS ? std::optional<std::string>(std::string())
+                                                     : std::nullopt;
+        }
+        if (length < room) {
+            value.resize(length);
+            return toUtf8(value);
+        }
+        // Too small: `length` is the units needed with the NUL. Another thread may grow the value before
+        // the next call, which then asks for more again.
+        room = length;
+    }
 }
 
 DWORD ExpandEnvironmentStringsW(LPCWSTR lpSrc, LPWSTR lpDst, DWORD nSize) {

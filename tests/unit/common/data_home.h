@@ -10,6 +10,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "../temp_folder.h"
@@ -20,13 +21,10 @@ public:
     ScopedDataHome() {
         const std::filesystem::path root = velq_test::makeTempFolder("velq-common-");
         m_root = root.empty() ? std::string() : root.generic_string();
-        const char* previous = std::getenv("VELQ_DATA_HOME");
-        m_bHadPrevious = previous != nullptr;
-        m_previous = previous ? previous : "";
         use(m_root + "/data");
     }
     ~ScopedDataHome() {
-        setEnvironment("VELQ_DATA_HOME", m_bHadPrevious ? m_previous.c_str() : nullptr);
+        setEnvironment("VELQ_DATA_HOME", m_previous ? m_previous->c_str() : nullptr);
         if (!m_root.empty()) {
             velq_test::removeTree(m_root);
         }
@@ -40,8 +38,8 @@ public:
 
 private:
     std::string m_root;
-    std::string m_previous;
-    bool m_bHadPrevious = false;
+    // Read before the constructor's body points the variable at the new folder.
+    std::optional<std::string> m_previous = plat::environmentValue("VELQ_DATA_HOME");
 };
 
 // The permission bits of `path`, 0xFFFF when it cannot be read. POSIX only: on Windows a file in the

@@ -26,8 +26,7 @@ class LanguageTest : public ::testing::Test {
 protected:
     void SetUp() override {
         for (const char* name : kVariables) {
-            const char* value = std::getenv(name);
-            m_saved.push_back(value != nullptr ? std::optional<std::string>(value) : std::nullopt);
+            m_saved.push_back(plat::environmentValue(name));
             setEnvironment(name, nullptr);
         }
     }

@@ -1,6 +1,9 @@
-// Process, environment, folders, time and the debugger output, as the debug log needs them. The calls keep
-// their Windows names, values and return rules.
+// Process, environment, folders, time and the debugger output, as the debug log needs them. The Windows
+// calls keep their Windows names, values and return rules; environmentValue is the layer's own.
 #pragma once
+
+#include <optional>
+#include <string>
 
 #include "plat/types.h"
 
@@ -23,6 +26,11 @@ inline constexpr LCID LOCALE_USER_DEFAULT = 0x0400;
 // without the NUL. A buffer too small gets the path cut at nSize - 1 (NUL-terminated); the call then
 // returns nSize with ERROR_INSUFFICIENT_BUFFER. 0 on failure, with the last error set.
 DWORD GetModuleFileNameW(HMODULE hModule, LPWSTR lpFilename, DWORD nSize);
+
+// The value of the environment variable `name` as UTF-8 on every system; nullopt when it is not set. Windows
+// keeps the environment in UTF-16, and its narrow getenv gives the ANSI code page: a path with "ü" or "Σ"
+// in it came out garbled or with "?" in place of the letters.
+std::optional<std::string> environmentValue(const char* name);
 
 // Replaces every %NAME% whose variable is set by its value; unknown names and a lone "%" stay as they
 // are. Returns the units needed for the whole result including its NUL: when that is not more than nSize
