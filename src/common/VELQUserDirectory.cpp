@@ -1,19 +1,14 @@
 #include "common/VELQUserDirectory.h"
 
-#include <cstdlib>
 #include <string_view>
 
 #include "common/SecureFile.h"
 #include "diag/DbgLog.h"
 #include "plat/strings.h"
+#include "plat/system.h"
 #include "plat/user_account.h"
 
 namespace {
-
-std::string environmentValue(const char* name) {
-    const char* value = std::getenv(name);
-    return value == nullptr ? std::string() : std::string(value);
-}
 
 std::u16string withoutTrailingSeparators(std::u16string path) {
     while (path.size() > 1 && (path.back() == u'/' || path.back() == u'\\')) {
@@ -53,7 +48,7 @@ bool isThisDomain(std::u16string_view domain) {
 namespace velqdir {
 
 std::u16string dataHome() {
-    const std::string chosen = environmentValue("VELQ_DATA_HOME");
+    const std::string chosen = plat::environmentValue("VELQ_DATA_HOME").value_or(std::string());
     if (!chosen.empty()) {
         return withoutTrailingSeparators(plat::fromUtf8(chosen));
     }

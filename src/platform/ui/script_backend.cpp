@@ -1,18 +1,10 @@
 #include "ui/script_backend.h"
 
-#include <cstdlib>
-
 #include "plat/errors.h"
+#include "plat/system.h"
 #include "ui/messagebox_rules.h"
 
 namespace plat::ui {
-
-namespace {
-std::string environmentPath(const char* name) {
-    const char* value = std::getenv(name);
-    return value != nullptr ? std::string(value) : std::string();
-}
-}  // namespace
 
 ScriptMessageBox::ScriptMessageBox(ScriptAnswers& answers, Transcript& transcript, std::mutex& turn)
     : m_answers(answers), m_transcript(transcript), m_turn(turn) {}
@@ -58,8 +50,8 @@ ScriptBackend::ScriptBackend(std::string scriptPath, std::string transcriptPath)
 ScriptBackend::~ScriptBackend() = default;
 
 std::unique_ptr<ScriptBackend> ScriptBackend::fromEnvironment() {
-    return std::make_unique<ScriptBackend>(environmentPath("VELQ_UI_SCRIPT"),
-                                           environmentPath("VELQ_UI_TRANSCRIPT"));
+    return std::make_unique<ScriptBackend>(environmentValue("VELQ_UI_SCRIPT").value_or(std::string()),
+                                           environmentValue("VELQ_UI_TRANSCRIPT").value_or(std::string()));
 }
 
 }  // namespace plat::ui

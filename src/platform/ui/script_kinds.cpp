@@ -1,20 +1,12 @@
 #include "ui/script_kinds.h"
 
-#include <cstdlib>
-
 #include "plat/dialogs.h"
 #include "plat/files.h"
 #include "plat/strings.h"
+#include "plat/system.h"
 #include "plat/windows.h"
 
 namespace plat::ui {
-
-namespace {
-std::string environmentPath(const char* name) {
-    const char* value = std::getenv(name);
-    return value != nullptr ? std::string(value) : std::string();
-}
-}  // namespace
 
 ScriptProgress::ScriptProgress(Transcript& transcript, ListTurn& turn, std::string cancelFile)
     : m_transcript(transcript), m_turn(turn), m_szCancelFile(std::move(cancelFile)) {}
@@ -139,7 +131,8 @@ void ScriptClipboard::setText(std::u16string_view text) {
 
 ScriptKinds::ScriptKinds(ScriptAnswers& answers, Transcript& transcript, std::mutex& answerTurn)
     : m_errorList(answers, transcript, answerTurn),
-      m_progress(transcript, m_errorList.listTurn(), environmentPath("VELQ_UI_CANCEL_FILE")),
+      m_progress(transcript, m_errorList.listTurn(),
+                 environmentValue("VELQ_UI_CANCEL_FILE").value_or(std::string())),
       m_clipboard(transcript) {}
 
 }  // namespace plat::ui

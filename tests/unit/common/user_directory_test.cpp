@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "common/VELQUserDirectory.h"
 #include "data_home.h"
 #include "plat/strings.h"
@@ -29,6 +31,18 @@ TEST(UserDirectory, DataHomeWithoutVelqIsTheUsersDataFolder) {
     const std::u16string base = plat::userDataFolder();
     ASSERT_FALSE(base.empty());
     EXPECT_EQ(velqdir::dataHome(), base + u"/velq");
+}
+
+// A data home under a profile named with letters outside ASCII ("Jürgen", a Greek "Σ"): the user's folder
+// is made in the folder named, not in one named by the letters' ANSI code page bytes, or nowhere.
+TEST(UserDirectory, ADataHomeWithLettersOutsideAsciiIsTheFolderNamed) {
+    ScopedDataHome home;
+    const std::string named = home.root() + "/J\xC3\xBCrgen \xCE\xA3/data";
+    home.use(named);
+    EXPECT_EQ(utf8(velqdir::dataHome()), named);
+    ASSERT_EQ(createVELQAppUserDirectory(), 0);
+    const std::u16string folder = plat::fromUtf8(named + "/users/") + velqdir::currentAccountName();
+    EXPECT_TRUE(std::filesystem::is_directory(std::filesystem::path(folder))) << utf8(folder);
 }
 
 TEST(UserDirectory, PathsLieUnderTheDataHomeForThisDomainOnly) {

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -8,6 +9,7 @@
 #include "plat/errors.h"
 #include "plat/ui.h"
 #include "plat/windows.h"
+#include "test_environment.h"
 #include "ui/backend_choice.h"
 #include "ui/script_answers.h"
 #include "ui/script_backend.h"
@@ -132,6 +134,21 @@ TEST_F(ScriptFiles, AMissingFileOrNoPathHoldsNoAnswers) {
     EXPECT_FALSE(missing.next().has_value());
     ScriptAnswers unset("");
     EXPECT_FALSE(unset.next().has_value());
+}
+
+// The script and the transcript that the environment names, with letters outside ASCII in their names (a
+// user's profile "Jürgen", a Greek "Σ"): the answers come from those very files and are recorded there.
+TEST_F(ScriptFiles, FilesNamedByTheEnvironmentWithLettersOutsideAsciiAreTheOnesUsed) {
+    m_szScript = m_dir.file("J\xC3\xBCrgen \xCE\xA3 answers.txt");
+    m_szTranscript = m_dir.file("J\xC3\xBCrgen \xCE\xA3 transcript.jsonl");
+    velq_test::writeFile(m_szScript, "yes\n");  // not the box's default answer, which is "no"
+    const ScopedEnv script("VELQ_UI_SCRIPT", m_szScript.c_str());
+    const ScopedEnv transcript("VELQ_UI_TRANSCRIPT", m_szTranscript.c_str());
+    const std::unique_ptr<ScriptBackend> backend = ScriptBackend::fromEnvironment();
+    EXPECT_EQ(backend->messageBox().show(nullptr, u"t", u"c", MB_YESNO), IDYES);
+    const auto lines = transcriptLines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].number("answer"), IDYES);
 }
 
 // ---- Message boxes ----
