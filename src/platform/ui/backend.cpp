@@ -1,7 +1,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+#include <optional>
 
+#include "plat/system.h"
 #include "plat/ui.h"
 #include "ui/backend_choice.h"
 #include "ui/gtk_backend.h"
@@ -20,10 +22,10 @@ std::mutex g_backendMutex;
 Backend* g_pBackend = nullptr;
 
 std::unique_ptr<Backend> makeBackend() {
+    const std::optional<std::string> requested = environmentValue("VELQ_UI");
 #ifdef _WIN32
     // The native Windows UI: VELQ_UI=win32, and the Windows program's default; the other names as below.
-    const char* requested = std::getenv("VELQ_UI");
-    if (requested == nullptr || *requested == '\0' || std::string_view(requested) == "win32") {
+    if (!requested || requested->empty() || *requested == "win32") {
         return makeWin32Backend();
     }
 #endif
@@ -32,7 +34,7 @@ std::unique_ptr<Backend> makeBackend() {
     bool stderrIsTerminal = false;
     terminalsAttached(stdinIsTerminal, stderrIsTerminal);
     std::string_view name = chooseBackendName(
-        std::getenv("VELQ_UI"), stdinIsTerminal, stderrIsTerminal,
+        requested ? requested->c_str() : nullptr, stdinIsTerminal, stderrIsTerminal,
         displayNamed(std::getenv("DISPLAY"), std::getenv("WAYLAND_DISPLAY")), gtkBuiltIn(), warning);
     if (!warning.empty()) {
         std::fprintf(stderr, "%s\n", warning.c_str());

@@ -1,11 +1,12 @@
 #include "winbio/backend.h"
 
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <mutex>
-#include <sstream>
+#include <optional>
 
+#include "plat/streams.h"
+#include "plat/strings.h"
+#include "plat/system.h"
 #include "winbio/winbio_win32.h"
 
 namespace plat::winbio {
@@ -16,29 +17,34 @@ std::mutex g_backendMutex;
 // Never destroyed once chosen: callbacks and waits of other threads may outlive static destructors.
 Backend* g_pBackend = nullptr;
 
-bool readWholeFile(const char* path, std::string& text) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
+// The file named by the UTF-8 `path`, through its UTF-16 name: a narrow name is read in the ANSI code page
+// on Windows.
+bool readWholeFile(const std::string& path, std::string& text) {
+    std::FILE* file = openStream(fromUtf8(path), StreamMode::kRead);
+    if (file == nullptr) {
         return false;
     }
-    std::ostringstream content;
-    content << file.rdbuf();
-    text = content.str();
-    return !file.bad();
+    char chunk[4096];
+    std::size_t length = 0;
+    while ((length = std::fread(chunk, 1, sizeof chunk, file)) > 0) {
+        text.append(chunk, length);
+    }
+    const bool whole = std::ferror(file) == 0;
+    return std::fclose(file) == 0 && whole;
 }
 
 // The sensor that VELQ_WINBIO_SIM describes; null (with the reason on stderr) when it cannot be read.
 std::unique_ptr<Backend> simFromEnvironment() {
-    const char* path = std::getenv("VELQ_WINBIO_SIM");
+    const std::string path = environmentValue("VELQ_WINBIO_SIM").value_or(std::string());
     std::string text;
-    if (path != nullptr && *path != '\0' && !readWholeFile(path, text)) {
-        std::fprintf(stderr, "VELQ_WINBIO_SIM=%s cannot be read; no sensor.\n", path);
+    if (!path.empty() && !readWholeFile(path, text)) {
+        std::fprintf(stderr, "VELQ_WINBIO_SIM=%s cannot be read; no sensor.\n", path.c_str());
         return nullptr;
     }
     SimScript script;
     std::string error;
     if (!parseSimScript(text, script, error)) {
-        std::fprintf(stderr, "VELQ_WINBIO_SIM=%s: %s; no sensor.\n", path, error.c_str());
+        std::fprintf(stderr, "VELQ_WINBIO_SIM=%s: %s; no sensor.\n", path.c_str(), error.c_str());
         return nullptr;
     }
     std::unique_ptr<Backend> sim = makeSimBackend(script, error);
@@ -50,9 +56,10 @@ std::unique_ptr<Backend> simFromEnvironment() {
 
 std::unique_ptr<Backend> makeBackendFromEnvironment() {
     std::string warning;
+    const std::optional<std::string> requested = environmentValue("VELQ_WINBIO");
     const std::string_view name =
-        chooseBackendName(std::getenv("VELQ_WINBIO"), simBackendBuiltIn(), fprintdBackendBuiltIn(),
-                          winbioDllBackendBuiltIn(), warning);
+        chooseBackendName(requested ? requested->c_str() : nullptr, simBackendBuiltIn(),
+                          fprintdBackendBuiltIn(), winbioDllBackendBuiltIn(), warning);
     if (!warning.empty()) {
         std::fprintf(stderr, "%s\n", warning.c_str());
     }

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -14,6 +16,8 @@
 #include "plat/sensor_sim.h"
 #include "plat/strings.h"
 #include "plat/winbio.h"
+#include "temp_folder.h"
+#include "test_environment.h"
 #include "winbio/backend.h"
 
 namespace plat::winbio {
@@ -122,6 +126,30 @@ TEST_F(WinBioBackendTest, EnumerationListsTheUnitsAndZeroMeansNone) {
     const WINBIO_SESSION_HANDLE session = openSession();
     EXPECT_EQ(WinBioLockUnit(session, 1), WINBIO_E_INVALID_UNIT);
     EXPECT_EQ(WinBioCloseSession(session), S_OK);
+}
+
+// The sensor chosen on first use from VELQ_WINBIO=sim follows the script file that VELQ_WINBIO_SIM names,
+// also in a folder whose name has letters outside ASCII (a profile "Jürgen", a Greek "Σ"). Unread, the
+// file would leave no sensor and so no units.
+TEST_F(WinBioBackendTest, TheScriptFileNamedByTheEnvironmentIsReadWhateverLettersItsPathHas) {
+    if (!simBackendBuiltIn()) {
+        GTEST_SKIP() << "the simulated sensor is not built in";
+    }
+    const velq_test::TempFolder folder("velq-winbio-");
+    ASSERT_FALSE(folder.path().empty());
+    const std::filesystem::path file =
+        folder.path() / std::filesystem::path(u"J\u00FCrgen \u03A3 sensor.txt");
+    std::ofstream(file, std::ios::binary) << "units 2\n";
+    const std::u8string name = file.u8string();
+    const ScopedEnv chosen("VELQ_WINBIO", "sim");
+    const ScopedEnv script("VELQ_WINBIO_SIM", std::string(name.begin(), name.end()).c_str());
+    m_previous = installBackend(nullptr);  // the next call chooses from the environment
+
+    WINBIO_UNIT_SCHEMA* units = nullptr;
+    SIZE_T count = 0;
+    ASSERT_EQ(WinBioEnumBiometricUnits(WINBIO_TYPE_FINGERPRINT, &units, &count), S_OK);
+    EXPECT_EQ(count, 2u);
+    EXPECT_EQ(WinBioFree(units), S_OK);
 }
 
 TEST_F(WinBioBackendTest, EnrolledTemplatesCountPerSidWithSelfAsTheProcessOwner) {
