@@ -1,11 +1,10 @@
 #include "common/VELQKeyTransfer.h"
 
-#include <cstdlib>
-
 #include "plat/errors.h"
 #include "plat/paths.h"
 #include "plat/strings.h"
 #include "plat/ui.h"
+#include "plat/user_account.h"
 
 namespace {
 
@@ -25,6 +24,18 @@ std::u16string textOf(const plat::WCHAR* text) {
 // The filter's first part up to its NUL: the name of the file type.
 std::u16string filterName(const std::u16string& filter) {
     return filter.substr(0, filter.find(u'\0'));
+}
+
+// "velq-key-backup.<extension>" in the user's home folder as the system knows it (Windows sets no HOME);
+// empty when the home is unknown. A root folder ("/", "C:\") has its separator already.
+std::u16string backupStartPath(const std::u16string& extension) {
+    const std::u16string home = plat::userHomeFolder();
+    if (home.empty()) {
+        return {};
+    }
+    const bool endsWithSeparator = home.back() == plat::kPathSeparator || home.back() == u'/';
+    return home + (endsWithSeparator ? std::u16string() : std::u16string(1, plat::kPathSeparator)) +
+           u"velq-key-backup" + (extension.empty() ? std::u16string() : u"." + extension);
 }
 
 // Shows the backend's key-file dialog. S_OK with *pResult set, or the failure of a dialog not shown.
@@ -75,11 +86,7 @@ plat::HRESULT PasswordExportDlg::showModal(plat::HWND hOwner, MODAL_RESULT* pRes
     request.typeName = filterName(m_szFilter);
     request.nMinPassword = m_nMinPassword;
     request.nMaxPassword = m_nMaxPassword;
-    const char* home = std::getenv("HOME");
-    if (home != nullptr && *home != '\0') {
-        request.startPath = plat::fromUtf8(home) + u"/velq-key-backup" +
-                            (m_szDefExt.empty() ? std::u16string() : u"." + m_szDefExt);
-    }
+    request.startPath = backupStartPath(m_szDefExt);
     plat::ui::KeyFileAnswer answer;
     const plat::HRESULT hr = askBackend(hOwner, request, pResult, answer);
     wipe(m_szPassword);

@@ -153,6 +153,20 @@ TEST_F(KeyGuides, BackupWritesTheRootKeyAndAnIdenticalBackupUnderThePassword) {
     EXPECT_EQ(VELQShellExtProc::isExistKeyFile(), 1);
 }
 
+// The backup is offered in the user's home folder as the system knows it, with HOME unset too: Windows
+// sets none, and a path read from it there was none or a POSIX one.
+TEST_F(KeyGuides, TheBackupIsOfferedInTheUsersHomeFolder) {
+    const ::ScopedEnv noHome("HOME", nullptr);
+    m_pUi->steps = {{DialogStep::kCancel, u"", u""}};
+    VELQShellExtProc proc(Paths{});
+    EXPECT_EQ(proc._backupKeyGuide(), 1);
+    ASSERT_EQ(m_pUi->requests.size(), 1u);
+    const std::filesystem::path offered(m_pUi->requests[0].startPath);
+    EXPECT_TRUE(offered.is_absolute()) << offered;
+    EXPECT_EQ(offered.filename(), "velq-key-backup.key");
+    EXPECT_TRUE(std::filesystem::is_directory(offered.parent_path())) << offered;
+}
+
 TEST_F(KeyGuides, CancelledBackupLeavesNoKeyAndTheEncryptEndsWithSuccess) {
     m_pUi->answers = {plat::IDNO};  // no recovery: make a new key
     m_pUi->steps = {{DialogStep::kCancel, u"", u""}};
