@@ -26,6 +26,7 @@
 #include "plat/handle.h"
 #include "plat/named.h"
 #include "plat/strings.h"
+#include "plat/system.h"
 
 namespace {
 
@@ -166,7 +167,9 @@ std::string handOffText(const HandOffLists& lists) {
 
 // The program beside this one (installed together), else the one of the build tree, else PATH's.
 std::string programPath() {
-    if (const char* chosen = std::getenv("VELQ_PROGRAM"); chosen != nullptr && *chosen != '\0') {
+    // UTF-8 on every system: a program under a folder such as "Jürgen" is started by its real name.
+    if (std::string chosen = plat::environmentValue("VELQ_PROGRAM").value_or(std::string());
+        !chosen.empty()) {
         return chosen;
     }
     const std::u16string name = plat::programFileName(u"VELQFileEncrypt");
