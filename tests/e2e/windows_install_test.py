@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The Windows installer under wine64: it installs silently into the tree's Wine prefix, the Explorer
+"""The Windows installer under wine64: it installs silently into a Wine prefix of its own, the Explorer
 entries it registers are read back from the registry and their command lines are run as Explorer runs
 them (Wine has no Explorer, and its own ignores per-user file types), then the uninstaller takes away
 everything the installer made.

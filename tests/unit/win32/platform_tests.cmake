@@ -11,8 +11,8 @@
 # cases by #ifndef _WIN32, ui_transcript its second process (fork) and the new file's mode; strings, files,
 # find, paths, mapping, system and urlescape their cases of what POSIX alone has (errno, modes, links,
 # mounts, file size limits, the private temporary folder's rules), each with its reason.
-set(velq_win32_shared_tests strings files find paths mapping system environment urlescape sync threads messages windows
-    format private_files ui_script ui_transcript ui_transfer ui_progress_kinds progress_object
+set(velq_win32_shared_tests strings files find paths mapping system environment urlescape sync threads messages
+    windows format private_files ui_script ui_transcript ui_transfer ui_progress_kinds progress_object
     errorlist_dialog winbio_script winbio_sim gtk_rules)
 get_filename_component(velq_unit_dir ${CMAKE_CURRENT_LIST_DIR} DIRECTORY)
 set(velq_win32_test_sources)
