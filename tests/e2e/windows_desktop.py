@@ -49,6 +49,14 @@ class WineDesk(Sandbox):
         finish(self.start([self.program, "1::%s::1" % Wine.windows_path(path)], VELQ_UI="script",
                           VELQ_UI_SCRIPT=Wine.windows_path(self.answers)))
 
+    def big_file(self):
+        """A sparse file of 4 GiB in docs, whose encryption runs long enough for its progress dialog to be
+        seen and cancelled."""
+        path = os.path.join(self.docs, "archive.bin")
+        with open(path, "wb") as f:
+            f.truncate(4 << 30)
+        return path
+
     def windows(self):
         """The visible top-level windows smaller than the screen (Wine's own desktop window is not):
         {id: "WIDTHxHEIGHT"}."""

@@ -95,9 +95,7 @@ def case_wait_window_closed(desk):
 def case_cancelled_progress_and_error_list(desk):
     notes = desk.write("notes.txt", b"notes\n")
     desk.make_key(notes)
-    big = os.path.join(desk.docs, "archive.bin")
-    with open(big, "wb") as f:
-        f.truncate(4 << 30)
+    big = desk.big_file()
     process = desk.request(big, 1)
     progress = desk.window(process, settle=0.3)
     progress_size = desk.windows().get(progress)

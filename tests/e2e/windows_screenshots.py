@@ -52,9 +52,7 @@ def shots(desk, language, out):
     desk.touch(True)
     # The shell's progress dialog over a big file, then Cancel; the error list then shows the cancelled
     # file, and its close box closes it (the list is a modeless dialog: its keys are a mouse's).
-    big = os.path.join(desk.docs, "archive.bin")
-    with open(big, "wb") as f:
-        f.truncate(4 << 30)
+    big = desk.big_file()
     process = desk.request(big, 1)
     progress = desk.window(process, settle=0.3)
     progress_size = desk.windows().get(progress)
