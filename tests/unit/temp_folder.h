@@ -27,6 +27,18 @@ inline std::filesystem::path makeTempFolder(const std::string& prefix) {
     return {};
 }
 
+// The text of `path` in UTF-8, as the platform layer's fromUtf8 takes it (std::filesystem's string() is the
+// ANSI code page on Windows, which a profile such as C:\Users\Jürgen does not fit).
+inline std::string utf8Of(const std::filesystem::path& path) {
+    const std::u8string text = path.u8string();
+    return {text.begin(), text.end()};
+}
+
+// The path that the UTF-8 `text` names.
+inline std::filesystem::path pathOfUtf8(const std::string& text) {
+    return std::u8string(text.begin(), text.end());
+}
+
 // Removes `folder` with everything in it, read-only files too: Windows deletes none of those (encrypted
 // files are read-only), so their attribute goes first.
 inline void removeTree(const std::filesystem::path& folder) {

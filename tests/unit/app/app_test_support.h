@@ -26,10 +26,10 @@ public:
 // A fresh folder under the system's temporary folder, removed with everything in it.
 class TempDir {
 public:
-    TempDir() : m_path(velq_test::makeTempFolder("velq-app-").make_preferred().string()) {}
+    TempDir() : m_path(velq_test::utf8Of(velq_test::makeTempFolder("velq-app-").make_preferred())) {}
     ~TempDir() {
         std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
+        std::filesystem::remove_all(velq_test::pathOfUtf8(m_path), ignored);
     }
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
@@ -37,15 +37,16 @@ public:
     const std::string& path() const { return m_path; }
     // Creates `relative` (and its folders) holding `content`; returns its full path.
     std::string file(const std::string& relative, const std::string& content = "x") const {
-        const std::filesystem::path full = std::filesystem::path(m_path) / relative;
+        const std::filesystem::path full = velq_test::pathOfUtf8(m_path) / velq_test::pathOfUtf8(relative);
         std::filesystem::create_directories(full.parent_path());
         std::ofstream(full, std::ios::binary) << content;
-        return std::filesystem::path(full).make_preferred().string();  // as the system's calls give it
+        return velq_test::utf8Of(
+            std::filesystem::path(full).make_preferred());  // as the system's calls give it
     }
     std::string folder(const std::string& relative) const {
-        const std::filesystem::path full = std::filesystem::path(m_path) / relative;
+        const std::filesystem::path full = velq_test::pathOfUtf8(m_path) / velq_test::pathOfUtf8(relative);
         std::filesystem::create_directories(full);
-        return std::filesystem::path(full).make_preferred().string();
+        return velq_test::utf8Of(std::filesystem::path(full).make_preferred());
     }
 
 private:

@@ -37,7 +37,9 @@ protected:
         return m_proc->findFiles();
     }
     std::u16string at(const std::string& relative) const {
-        return u16((std::filesystem::path(m_dir.path()) / relative).make_preferred().string());
+        return (velq_test::pathOfUtf8(m_dir.path()) / velq_test::pathOfUtf8(relative))
+            .make_preferred()
+            .u16string();
     }
     static std::u16string appDirectory() {
         VELQUserInfo* pUser = VELQUserInfoManager::getCurrentProcessOwner();

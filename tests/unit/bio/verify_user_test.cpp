@@ -43,7 +43,7 @@ class VerifyUserTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         // The gate reads the owner's records: keep them in a folder of this test program.
-        static const std::string home = velq_test::makeTempFolder("velq-bio-test-").string();
+        static const std::string home = velq_test::utf8Of(velq_test::makeTempFolder("velq-bio-test-"));
         setEnvironment("VELQ_DATA_HOME", home.c_str());
     }
     void TearDown() override {

@@ -20,7 +20,7 @@ class ScopedDataHome {
 public:
     ScopedDataHome() {
         const std::filesystem::path root = velq_test::makeTempFolder("velq-common-");
-        m_root = root.empty() ? std::string() : root.generic_string();
+        m_root = root.empty() ? std::string() : velq_test::utf8Of(root.generic_u8string());
         use(m_root + "/data");
     }
     ~ScopedDataHome() {

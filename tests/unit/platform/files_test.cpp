@@ -33,9 +33,7 @@ protected:
 
     // `name` inside the folder, in UTF-8; a "/" in it becomes the system's separator.
     std::string path(const std::string& name) const {
-        const std::u8string text =
-            (m_folder.path() / std::filesystem::path(name).make_preferred()).u8string();
-        return {text.begin(), text.end()};
+        return velq_test::utf8Of(m_folder.path() / std::filesystem::path(name).make_preferred());
     }
     std::u16string wpath(const std::string& name) const { return plat::fromUtf8(path(name)); }
 
@@ -69,8 +67,7 @@ protected:
     std::vector<std::string> namesInFolder() const {
         std::vector<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(m_folder.path())) {
-            const std::u8string name = entry.path().filename().u8string();
-            names.emplace_back(name.begin(), name.end());
+            names.push_back(velq_test::utf8Of(entry.path().filename()));
         }
         std::sort(names.begin(), names.end());
         return names;

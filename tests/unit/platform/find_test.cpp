@@ -22,21 +22,13 @@
 
 namespace {
 
-std::string toUtf8(const std::filesystem::path& path) {
-    const std::u8string text = path.u8string();
-    return {text.begin(), text.end()};
-}
-
-std::filesystem::path pathOfUtf8(const std::string& name) {
-    return std::u8string(name.begin(), name.end());
-}
-
 class Find : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_FALSE(m_folder.path().empty()); }
 
     void touch(const std::string& name, std::size_t size = 0) const {
-        std::ofstream(m_folder.path() / pathOfUtf8(name), std::ios::binary) << std::string(size, '\0');
+        std::ofstream(m_folder.path() / velq_test::pathOfUtf8(name), std::ios::binary)
+            << std::string(size, '\0');
     }
     void makeFolder(const std::string& name) const {
         ASSERT_TRUE(std::filesystem::create_directory(m_folder.path() / name));
@@ -68,7 +60,7 @@ protected:
 
     velq_test::TempFolder m_folder{"velq-find-"};
     // The folder and its separator, in UTF-8.
-    std::string m_root = toUtf8(m_folder.path());
+    std::string m_root = velq_test::utf8Of(m_folder.path());
     std::string m_prefix = m_root + static_cast<char>(plat::kPathSeparator);
 };
 

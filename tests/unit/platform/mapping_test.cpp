@@ -83,10 +83,8 @@ protected:
     }
 
     plat::HANDLE open(const std::string& name, plat::DWORD access, plat::DWORD disposition) {
-        const std::u8string utf8 = path(name).u8string();
-        plat::HANDLE file =
-            plat::CreateFileW(plat::fromUtf8(std::string(utf8.begin(), utf8.end())).c_str(), access, 0,
-                              nullptr, disposition, plat::FILE_ATTRIBUTE_NORMAL, nullptr);
+        plat::HANDLE file = plat::CreateFileW(path(name).u16string().c_str(), access, 0, nullptr, disposition,
+                                              plat::FILE_ATTRIBUTE_NORMAL, nullptr);
         if (file != plat::INVALID_HANDLE_VALUE) {
             m_handles.push_back(file);
         }

@@ -20,18 +20,13 @@
 
 namespace {
 
-std::filesystem::path pathOf(const std::u16string& text) {
-    const std::string utf8 = plat::toUtf8(text);
-    return std::u8string(utf8.begin(), utf8.end());
-}
-
 TEST(ModuleFileName, IsTheRunningProgramAndCutsLikeWindows) {
     char16_t path[4096];
     const plat::DWORD length = plat::GetModuleFileNameW(nullptr, path, 4096);
     ASSERT_GT(length, 0u);
     const std::u16string full(path, length);
-    EXPECT_TRUE(pathOf(full).is_absolute());
-    EXPECT_EQ(pathOf(full).stem(), "velq_platform_tests");
+    EXPECT_TRUE(std::filesystem::path(full).is_absolute());
+    EXPECT_EQ(std::filesystem::path(full).stem(), "velq_platform_tests");
 
     char16_t small[4];
     EXPECT_EQ(plat::GetModuleFileNameW(nullptr, small, 4), 4u);
@@ -69,9 +64,7 @@ protected:
         return m_folder.path() / std::filesystem::path(relative.substr(1)).make_preferred();
     }
     int create(const std::string& relative) const {
-        const std::u8string path = below(relative).u8string();
-        return plat::SHCreateDirectoryExW(
-            nullptr, plat::fromUtf8(std::string(path.begin(), path.end())).c_str(), nullptr);
+        return plat::SHCreateDirectoryExW(nullptr, below(relative).u16string().c_str(), nullptr);
     }
     bool isFolder(const std::string& relative) const {
         return std::filesystem::is_directory(below(relative));

@@ -108,11 +108,6 @@ TEST(SearchQuery, RefusesTextsThatAreNoSearch) {
 #endif
 }
 
-std::u16string utf16(const std::filesystem::path& path) {
-    const std::u8string text = path.u8string();
-    return fromUtf8(std::string(text.begin(), text.end()));
-}
-
 TEST(SearchQuery, FindsFittingRegularFilesAtEveryDepthWithoutFollowingLinks) {
     const velq_test::TempFolder folder("velq-search-");
     const std::filesystem::path& root = folder.path();
@@ -126,10 +121,10 @@ TEST(SearchQuery, FindsFittingRegularFilesAtEveryDepthWithoutFollowingLinks) {
     // Links to folders are POSIX's everyday (on Windows they need a privilege).
     std::filesystem::create_directory_symlink(root / "outside", root / "a/link");
 #endif
-    const std::vector<std::u16string> found = findMatchingFiles(u"*.lqvz", {utf16(root / "a")});
-    EXPECT_EQ(found, (std::vector<std::u16string>{utf16(root / "a" / "b" / "two.LqVz"),
-                                                  utf16(root / "a" / "one.lqvz")}));
-    EXPECT_TRUE(findMatchingFiles(u"*.lqvz", {utf16(root / "missing")}).empty());
+    const std::vector<std::u16string> found = findMatchingFiles(u"*.lqvz", {(root / "a").u16string()});
+    EXPECT_EQ(found, (std::vector<std::u16string>{(root / "a" / "b" / "two.LqVz").u16string(),
+                                                  (root / "a" / "one.lqvz").u16string()}));
+    EXPECT_TRUE(findMatchingFiles(u"*.lqvz", {(root / "missing").u16string()}).empty());
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ public:
         std::ofstream(ini) << "[LOG]\nLevel=0\nDestination=4\nTimeDateFormat=0\n";
         m_pStream = std::tmpfile();
         DbgLogEnvironment environment;
-        environment.configPath = plat::fromUtf8(ini.string());
+        environment.configPath = ini.u16string();
         environment.errorStream = m_pStream;
         dbgLogReset(environment);
     }
