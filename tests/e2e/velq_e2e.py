@@ -88,14 +88,37 @@ def remove_tree(root):
     shutil.rmtree(root, ignore_errors=True)
 
 
+class Native:
+    """The programs of this system (POSIX), started as they are: the paths they see are the test's own."""
+
+    is_posix = True
+
+    @staticmethod
+    def path(unix):
+        return unix
+
+    @staticmethod
+    def argv(args):
+        return list(args)
+
+    @staticmethod
+    def program_env(env):
+        return env
+
+
 class Sandbox:
     """A private folder with the environment of the program's runs: HOME, runtime folder, data home and
     temporary folder inside it, English texts, the scripted UI with its answers file and transcript, the
     sensor backend `winbio`, the sanitizers' options passed through. `env` adds to or replaces variables;
     `answers`, when given, are written to the answers file. Used as a context manager, it is removed
-    at the end."""
+    at the end.
 
-    def __init__(self, prefix, winbio, answers=None, **env):
+    `system` runs the programs: Native() (the default) or velq_wine.Wine for the Windows programs, which
+    see every path in their own form. Cases hand programs program_path(...) and start them with
+    start_program, which passes env in the program's form."""
+
+    def __init__(self, prefix, winbio, answers=None, system=None, **env):
+        self.system = system or Native()
         self.root = tempfile.mkdtemp(prefix=prefix)
         self.transcript = os.path.join(self.root, "transcript.jsonl")
         self.answers = os.path.join(self.root, "answers")
@@ -137,6 +160,16 @@ class Sandbox:
             f.write(data)
         return path
 
+    def program_path(self, path):
+        """`path` as the program sees it (and writes it in the transcript)."""
+        return self.system.path(path)
+
+    def start_program(self, args, extra_env=None, **popen):
+        """Starts `args` (a program of the system and its arguments) in this environment, `extra_env`
+        added; `popen` as subprocess.Popen takes it. Returns the process."""
+        env = self.system.program_env(dict(self.env, **(extra_env or {})))
+        return subprocess.Popen(self.system.argv(args), env=env, **popen)
+
     def write_answers(self, lines):
         """The scripted UI's answers, one a line."""
         with open(self.answers, "w") as f:
@@ -166,21 +199,25 @@ class Sandbox:
             time.sleep(0.05)
 
 
-def run_cases(cases, arguments, run_case, argv=None):
+def run_cases(cases, arguments, run_case, argv=None, optional=()):
     """The driver's main: `argv` (sys.argv by default) holds the values of `arguments` (their names, for
-    the usage line) and then a case's name or "all". run_case(case, *values) runs one case of `cases`;
-    it fails with Failure (or a hang guard's subprocess.TimeoutExpired) and is skipped with Skip.
+    the usage line), then those of `optional` (all of them or none) and then a case's name or "all".
+    run_case(case, *values) runs one case of `cases`, with None for each optional value left out; it fails
+    with Failure (or a hang guard's subprocess.TimeoutExpired) and is skipped with Skip.
     Returns the exit status: 1 when a case failed, SKIP when every case run was skipped, else 0."""
     argv = sys.argv if argv is None else argv
-    if len(argv) != len(arguments) + 2 or (argv[-1] not in cases and argv[-1] != "all"):
-        print("usage: %s %s {%s|all}" % (os.path.basename(argv[0]), " ".join(arguments), "|".join(cases)),
+    counts = (len(arguments) + 2, len(arguments) + len(optional) + 2)
+    if len(argv) not in counts or (argv[-1] not in cases and argv[-1] != "all"):
+        usage = list(arguments) + (["[%s]" % " ".join(optional)] if optional else [])
+        print("usage: %s %s {%s|all}" % (os.path.basename(argv[0]), " ".join(usage), "|".join(cases)),
               file=sys.stderr)
         return 2
+    values = argv[1:-1] + [None] * (len(arguments) + len(optional) - len(argv[1:-1]))
     names = list(cases) if argv[-1] == "all" else [argv[-1]]
     failed = skipped = 0
     for name in names:
         try:
-            run_case(cases[name], *argv[1:-1])
+            run_case(cases[name], *values)
             print("%s: passed" % name)
         except Skip as reason:
             print("%s: SKIP: %s" % (name, reason))

@@ -4,9 +4,18 @@ import os
 import re
 import subprocess
 
-from velq_e2e import SKIP, Skip, expect
+from velq_e2e import SKIP, Failure, Native, Skip, expect
 
 HANG_GUARD = 300  # a guard against a hang only; nothing here relies on how long anything takes
+# The Wine runner's values that drivers of both systems take after their own: wine-run.sh, wine64, prefix.
+WINE_ARGUMENTS = ("WINE_RUN", "WINE64", "PREFIX")
+# The program's variables that name files or folders: the Windows program reads them as Windows paths.
+PATH_VARIABLES = ("VELQ_UI_SCRIPT", "VELQ_UI_TRANSCRIPT", "VELQ_UI_CANCEL_FILE", "VELQ_WINBIO_SIM",
+                  "VELQ_DATA_HOME", "VELQ_PROGRAM")
+# The POSIX programs' own variables: the runtime folder (Windows names its objects in the session) and
+# the temporary folder (Windows takes the user's own). HOME, PATH and the locale stay Wine's, which
+# needs them to find its prefix and to read the command line.
+POSIX_VARIABLES = ("VELQ_RUNTIME_DIR", "TMPDIR", "HOME", "PATH", "LC_ALL")
 
 
 class Wine:
@@ -15,6 +24,7 @@ class Wine:
     def __init__(self, runner, wine64, prefix):
         self.command = [runner, wine64, prefix]
         self.prefix = prefix
+        self._temp = None
 
     def start(self, args, env=None):
         return subprocess.Popen(self.command + args, env=env, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
@@ -63,6 +73,48 @@ class Wine:
     @staticmethod
     def windows_path(unix):
         return "Z:" + unix.replace("/", "\\")
+
+    # What a Sandbox asks of the system that runs its programs (velq_e2e.Native is the other one).
+    is_posix = False
+
+    def path(self, unix):
+        return Wine.windows_path(unix)
+
+    def argv(self, args):
+        return self.command + list(args)
+
+    def program_env(self, env):
+        """The sandbox's environment for a Windows program: Wine's own environment with the sandbox's
+        variables, paths in Windows form, the POSIX programs' own left out."""
+        windows = {name: value for name, value in os.environ.items() if not name.startswith("VELQ_")}
+        for name, value in env.items():
+            if name in POSIX_VARIABLES:
+                continue
+            windows[name] = self.path(value) if name in PATH_VARIABLES else value
+        return windows
+
+    def temp_folder(self):
+        """The Windows user's temporary folder (GetTempPathW) as a Linux path: Wine gives every process
+        the one of its prefix, whatever the caller's environment says."""
+        if self._temp is None:
+            status, out, err = self.run(["cmd", "/c", "echo %TEMP%"])
+            expect(status == 0, "the temporary folder could not be asked: %s" % err)
+            self._temp = self.unix_path(out.strip())
+            if not os.path.isdir(self._temp):
+                raise Failure("the Windows temporary folder %s is not there" % self._temp)
+        return self._temp
+
+
+def system_of(runner, wine64, prefix):
+    """The system a driver runs its programs on: Native() without the Wine runner's values, else the
+    prefix's Wine with the null window driver (the program's windows need one without a display)."""
+    if runner is None:
+        return Native()
+    if not os.access(wine64, os.X_OK):
+        raise Skip("wine64 is not installed")
+    wine = Wine(runner, wine64, prefix)
+    wine.use_null_graphics()
+    return wine
 
 
 def unescape(text):
