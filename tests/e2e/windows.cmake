@@ -11,7 +11,27 @@ if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_
                          $<TARGET_FILE:VELQFileEncrypt> $<TARGET_FILE:velq>
                          ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
                          ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix "${VELQ_LINUX_PROGRAM}" ${case})
-        set_tests_properties(e2e_windows_${case} PROPERTIES LABELS e2e TIMEOUT 600 SKIP_RETURN_CODE 77)
+        set_tests_properties(e2e_windows_${case} PROPERTIES LABELS e2e TIMEOUT 600 SKIP_RETURN_CODE 77
+                             RESOURCE_LOCK wineprefix-temp)
+    endforeach()
+endif()
+
+# The core's main-job cases (main_job_test.py, as on Linux) against the Windows programs in the same
+# prefix: the drivers take the Wine runner's values after the programs. Every case runs here. The file
+# modes of the key's backup are checked on Linux only (POSIX modes; Windows keeps others out by the user's
+# folders), and the temporary folder checked for a proof's copy is the prefix's user's, not TMPDIR's.
+# The proofs' plain copies bear their files' names in that one folder, which every run in the prefix
+# shares: the runs that encrypt or decrypt take turns (RESOURCE_LOCK wineprefix-temp), as two batches of
+# one user on files of the same name would otherwise meet there.
+if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
+    foreach(case first_encryption folder_round_trip damaged_file key_recovery cancel replace_question)
+        add_test(NAME e2e_windows_main_${case}
+                 COMMAND ${VELQ_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/main_job_test.py
+                         $<TARGET_FILE:VELQFileEncrypt> $<TARGET_FILE:velq>
+                         ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
+                         ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix ${case})
+        set_tests_properties(e2e_windows_main_${case} PROPERTIES LABELS e2e TIMEOUT 600 SKIP_RETURN_CODE 77
+                             RESOURCE_LOCK wineprefix-temp)
     endforeach()
 endif()
 
