@@ -49,13 +49,15 @@ class MainSandbox(Sandbox):
         """Runs one request; returns (exit status, transcript lines as objects)."""
         self.write_answers(answers)
         self.forget_lines()
-        process = self.start_program(argv, extra_env, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        # No pipes: one would stay open in whatever the program starts that outlives it (the Wine server),
+        # so its end would not mark the program's end.
+        process = self.start_program(argv, extra_env, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         try:
-            process.communicate(timeout=HANG_GUARD)
+            process.wait(timeout=HANG_GUARD)
         finally:
             if process.returncode is None:
                 process.kill()
-                process.communicate()
+                process.wait()
         return process.returncode, self.lines()
 
     def velq_on_folder(self, verb, folder, answers=()):
