@@ -33,7 +33,7 @@ class MainSandbox(Sandbox):
     """The simulated sensor with the owner's finger, velq handing over to `program`, a temporary folder
     of its own (to see what is left in it) and the key's backup file."""
 
-    def __init__(self, program, velq, system):
+    def __init__(self, program, velq, system=None):
         super().__init__("velq-main-", "sim", system=system, VELQ_PROGRAM=program)
         self.program = program
         self.velq = velq
