@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """End-to-end tests of VELQFileEncrypt's entry and roads, driven through the automation interface.
 
-Usage: front_roads_test.py PROGRAM CASE     (CASE: one of the names in CASES; "all" runs every case)
+Usage: front_roads_test.py PROGRAM [WINE_RUN WINE64 PREFIX] CASE
+  (CASE: one of the names in CASES; "all" runs every case; with the Wine runner's values PROGRAM is the
+  Windows program, run under wine64 in PREFIX)
 
 Each case starts the program in a private environment (runtime folder, data home, temporary folder,
 English texts, scripted UI with a transcript, no sensor backend) and checks the exit status, every
@@ -11,11 +13,13 @@ passes, 1 when it fails, 77 when it cannot run here (the reason is printed).
 import ctypes
 import os
 import shutil
+import subprocess
 import sys
 import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from velq_e2e import GATE_LINES, Failure, Sandbox, Skip, expect, run_cases  # noqa: E402
+from velq_wine import HANG_GUARD, WINE_ARGUMENTS, system_of  # noqa: E402
 
 VICTIM_TEXT = b"plain text that must stay as it is\n"
 
@@ -23,9 +27,9 @@ VICTIM_TEXT = b"plain text that must stay as it is\n"
 class FrontSandbox(Sandbox):
     """No sensor backend, a person who answers Yes to everything, and a file that no request may touch."""
 
-    def __init__(self):
+    def __init__(self, system):
         super().__init__("velq-e2e-", "none",
-                         ["# a person who answers Yes to everything", "yes", "yes", "yes", "yes"])
+                         ["# a person who answers Yes to everything", "yes", "yes", "yes", "yes"], system=system)
         self.victim = self.write("a b.txt", VICTIM_TEXT)
 
     def check_untouched(self):
@@ -39,7 +43,11 @@ class FrontSandbox(Sandbox):
 
 
 def run(program, sandbox, args):
-    """Runs the program with `args` (None: no argv at all) and returns its exit status."""
+    """Runs the program with `args` (None: no argv at all) and returns its exit status (its low 8 bits,
+    as POSIX gives them and as Wine hands a Windows program's exit code on)."""
+    if not sandbox.system.is_posix:
+        process = sandbox.start_program([program] + args, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        return process.wait(timeout=HANG_GUARD)
     if args is not None:
         pid = os.fork()
         if pid == 0:
@@ -101,53 +109,55 @@ def kernel_allows_empty_argv():
     return cmdline == b""
 
 
-def expect_gate(program, args):
+def expect_gate(program, system, args):
     """The road reaches the gate: the arrow cursor, message 1059, exit status 5, nothing touched."""
-    with FrontSandbox() as sandbox:
+    with FrontSandbox(system) as sandbox:
         status = run(program, sandbox, args)
         expect(status == 5, "%r: exit status %d, expected 5" % (args, status))
-        lines = sandbox.lines()
+        lines = sandbox.lines_as_on_posix()
         expect(lines == GATE_LINES, "%r: transcript %r" % (args, lines))
         sandbox.check_untouched()
 
 
-def case_null_cmdline(program):
+def case_null_cmdline(program, system):
+    if not system.is_posix:
+        raise Skip("a Windows program always has a command line: a null one is a POSIX start with argc 0")
     if not kernel_allows_empty_argv():
         raise Skip("this kernel gives every program an argv[0], so no command line can be null here")
-    with FrontSandbox() as sandbox:
+    with FrontSandbox(system) as sandbox:
         status = run(program, sandbox, None)
         expect(status == 87, "exit status %d, expected 87" % status)
         expect(sandbox.lines() == [], "a null command line showed %r" % sandbox.lines())
 
 
-def case_empty_cmdline(program):
+def case_empty_cmdline(program, system):
     # No argument and one empty argument both give an empty command line: the plain-path road.
-    expect_gate(program, [])
-    expect_gate(program, [""])
+    expect_gate(program, system, [])
+    expect_gate(program, system, [""])
 
 
-def case_plain_path(program):
+def case_plain_path(program, system):
     # The fingerprint comes first and the question second: "decrypt?" is never asked without a sensor,
     # though the script would answer Yes.
-    expect_gate(program, ['"/no/such/dir/a b.lqvz"'])
-    expect_gate(program, ["/no/such/file.lqvz"])
+    expect_gate(program, system, ['"/no/such/dir/a b.lqvz"'])
+    expect_gate(program, system, ["/no/such/file.lqvz"])
 
 
-def case_single_file(program):
+def case_single_file(program, system):
     for menu_type in ("1", "2", "4"):
-        expect_gate(program, ["1::/no/such/dir/a b.txt::" + menu_type])
-    expect_gate(program, [":/x/c.txt::1"])
+        expect_gate(program, system, ["1::/no/such/dir/a b.txt::" + menu_type])
+    expect_gate(program, system, [":/x/c.txt::1"])
 
 
-def case_menu_type_3(program):
+def case_menu_type_3(program, system):
     # No operation, but the single-file road runs the gate first.
-    expect_gate(program, ["1::/x/a.txt::3"])
+    expect_gate(program, system, ["1::/x/a.txt::3"])
 
 
-def case_handoff(program):
+def case_handoff(program, system):
     # A hand-off whose event does not exist fails before the guard and the gate, showing nothing
     # (handoff_test.py drives real hand-offs through velq).
-    with FrontSandbox() as sandbox:
+    with FrontSandbox(system) as sandbox:
         status = run(program, sandbox, ["MapName::EventName::0::1"])
         expect(status == 5, "exit status %d, expected 5" % status)
         expect(sandbox.lines() == [], "a failed hand-off showed %r" % sandbox.lines())
@@ -164,5 +174,9 @@ CASES = {
 }
 
 
+def run_case(case, program, runner, wine64, prefix):
+    case(os.path.abspath(program), system_of(runner, wine64, prefix))
+
+
 if __name__ == "__main__":
-    sys.exit(run_cases(CASES, ("PROGRAM",), lambda case, program: case(os.path.abspath(program))))
+    sys.exit(run_cases(CASES, ("PROGRAM",), run_case, optional=WINE_ARGUMENTS))

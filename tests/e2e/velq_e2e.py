@@ -178,6 +178,14 @@ class Sandbox:
     def lines(self):
         return read_transcript(self.transcript)
 
+    def lines_as_on_posix(self):
+        """The transcript's lines, a message box's owner taken as POSIX shows it (none) for a Windows
+        program: its owner there is the desktop's foreground window, which the program does not choose."""
+        lines = self.lines()
+        if self.system.is_posix:
+            return lines
+        return [dict(line, owner=False) if line.get("ui") == "messagebox" else line for line in lines]
+
     def forget_lines(self):
         """Removes the transcript: the next run's lines stand alone."""
         if os.path.exists(self.transcript):

@@ -16,6 +16,18 @@ if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_
     endforeach()
 endif()
 
+# The program's entry and roads (front_roads_test.py, as on Linux): every road reaches the gate, which finds
+# no sensor. null_cmdline is left out: a Windows program always has a command line (argc 0 is POSIX's).
+if(TARGET VELQFileEncrypt AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
+    foreach(case empty_cmdline plain_path single_file menu_type_3 handoff)
+        add_test(NAME e2e_windows_front_${case}
+                 COMMAND ${VELQ_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/front_roads_test.py
+                         $<TARGET_FILE:VELQFileEncrypt> ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
+                         ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix ${case})
+        set_tests_properties(e2e_windows_front_${case} PROPERTIES LABELS e2e TIMEOUT 120 SKIP_RETURN_CODE 77)
+    endforeach()
+endif()
+
 # The core's main-job cases (main_job_test.py, as on Linux) against the Windows programs in the same
 # prefix: the drivers take the Wine runner's values after the programs. Every case runs here. The file
 # modes of the key's backup are checked on Linux only (POSIX modes; Windows keeps others out by the user's
