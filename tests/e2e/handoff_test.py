@@ -2,7 +2,8 @@
 """End-to-end tests of the hand-off: `velq` hands real paths (or raw texts) to the built VELQFileEncrypt
 through named objects of a private runtime folder, as the file managers' menu entries do.
 
-Usage: handoff_test.py VELQ PROGRAM CASE     (CASE: one of the names in CASES, or "all")
+Usage: handoff_test.py VELQ PROGRAM [WINE_RUN WINE64 PREFIX] CASE     (CASE: one of the names in CASES, or
+  "all"; with the Wine runner's values VELQ and PROGRAM are the Windows programs, run under wine64)
 
 A hand-off that fails shows nothing and ends with status 5; one that succeeds goes on to the fingerprint
 gate (no sensor here: message 1059, status 5) or, for a search, straight to the search without the gate.
@@ -14,7 +15,8 @@ import subprocess
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from velq_e2e import GATE_LINES, Sandbox, expect, run_cases  # noqa: E402
+from velq_e2e import GATE_LINES, Sandbox, Skip, expect, run_cases  # noqa: E402
+from velq_wine import WINE_ARGUMENTS, system_of  # noqa: E402
 
 TEXT = "DropEncryptFilePath::{file};DropDecryptFilePath::DropFolderPath::DropLegalMedia::"
 
@@ -22,25 +24,32 @@ TEXT = "DropEncryptFilePath::{file};DropDecryptFilePath::DropFolderPath::DropLeg
 class HandoffSandbox(Sandbox):
     """No sensor backend, velq handing over to `program`, and two files of the request in docs."""
 
-    def __init__(self, velq, program):
-        super().__init__("velq-handoff-", "none", ["yes"] * 4, VELQ_PROGRAM=program)
+    def __init__(self, velq, program, system):
+        super().__init__("velq-handoff-", "none", ["yes"] * 4, system=system, VELQ_PROGRAM=program)
         self.velq = velq
         self.files = {}
         for name, content in (("a b.txt", b"first file\n"), ("sub/c.txt", b"second\n")):
             self.files[self.write(name, content)] = content
 
     def velq_run(self, args, **extra_env):
-        env = dict(self.env, **extra_env)
+        """velq with `args` in the sandbox's folder; (exit status, standard error). The error goes to a
+        file: a pipe would stay open in a Wine server that the run starts and that outlives it."""
         self.forget_lines()
-        done = subprocess.run([self.velq] + args, env=env, cwd=self.root, capture_output=True, text=True,
-                              timeout=120)
-        return done.returncode, done.stderr
+        errors = os.path.join(self.root, "velq.stderr")
+        with open(errors, "wb") as err:
+            process = self.start_program([self.velq] + args, extra_env, cwd=self.root, stdout=subprocess.DEVNULL,
+                                         stderr=err)
+            status = process.wait(timeout=120)
+        with open(errors, encoding="utf-8", errors="replace") as f:
+            return status, f.read()
 
     def check_clean(self):
         """The files are as they were, and no object of the hand-off is left in the runtime folder."""
         for path, content in self.files.items():
             with open(path, "rb") as f:
                 expect(f.read() == content, "%s was changed" % path)
+        if not self.system.is_posix:
+            return  # Windows' named objects go with their last handle; there is no folder of them to look at
         run = self.env["VELQ_RUNTIME_DIR"]
         left = [n for n in os.listdir(run) if n.startswith("velq-handoff-")] if os.path.isdir(run) else []
         expect(left == [], "hand-off objects left behind: %r" % left)
@@ -57,26 +66,28 @@ class HandoffSandbox(Sandbox):
 
 def case_paths_reach_the_gate(sandbox):
     # Files and a folder, relative and absolute: the program takes the hand-off and stops at the gate.
-    status, err = sandbox.velq_run(["encrypt", "docs/a b.txt", sandbox.docs])
+    status, err = sandbox.velq_run(["encrypt", sandbox.program_path("docs/a b.txt"),
+                                    sandbox.program_path(sandbox.docs)])
     expect(status == 5, "encrypt: status %d, expected 5 (%s)" % (status, err))
-    expect(sandbox.lines() == GATE_LINES, "encrypt: transcript %r" % sandbox.lines())
+    expect(sandbox.lines_as_on_posix() == GATE_LINES, "encrypt: transcript %r" % sandbox.lines())
     expect("without taking the hand-off" not in err, "the program did not signal: " + err)
     sandbox.check_clean()
 
 
 def case_search_without_the_gate(sandbox):
-    status, err = sandbox.velq_run(["search", sandbox.docs])
+    status, err = sandbox.velq_run(["search", sandbox.program_path(sandbox.docs)])
     lines = sandbox.lines()
     expect(all(line not in lines for line in GATE_LINES), "a search ran the gate: %r" % lines)
     expect(status in (0, 5), "search: status %d (%s)" % (status, err))
     for line in lines:
         if line.get("ui") == "search":
-            expect("location:" + sandbox.docs in line["query"], "search query %r" % line["query"])
+            expect("location:" + escaped(sandbox.program_path(sandbox.docs)) in line["query"],
+                   "search query %r" % line["query"])
     sandbox.check_clean()
 
 
 def case_malformed_texts_fail_quietly(sandbox):
-    text = TEXT.format(file=os.path.join(sandbox.docs, "a b.txt"))
+    text = TEXT.format(file=sandbox.program_path(os.path.join(sandbox.docs, "a b.txt")))
     utf16_bytes = 2 * len(text)
     for label, args in (
         ("a mark missing", (text.replace("DropFolderPath::", ""),)),
@@ -90,14 +101,14 @@ def case_malformed_texts_fail_quietly(sandbox):
         sandbox.check_clean()
     # The same text whole is taken: the program goes on to the gate.
     status, _ = sandbox.raw(text, "1")
-    expect(status == 5 and sandbox.lines() == GATE_LINES, "the whole text: %d %r" % (status, sandbox.lines()))
+    expect(status == 5 and sandbox.lines_as_on_posix() == GATE_LINES, "the whole text: %d %r" % (status, sandbox.lines()))
 
 
 def case_menu_type_read_whole(sandbox):
-    text = TEXT.format(file=os.path.join(sandbox.docs, "a b.txt"))
+    text = TEXT.format(file=sandbox.program_path(os.path.join(sandbox.docs, "a b.txt")))
     # "14" is no search, though it ends in 4: the gate runs. "004" is a search: it does not.
     status, _ = sandbox.raw(text, "14")
-    expect(status == 5 and sandbox.lines() == GATE_LINES, "type 14: %d %r" % (status, sandbox.lines()))
+    expect(status == 5 and sandbox.lines_as_on_posix() == GATE_LINES, "type 14: %d %r" % (status, sandbox.lines()))
     sandbox.raw(text, "004")
     lines = sandbox.lines()
     expect(all(line not in lines for line in GATE_LINES), "type 004 ran the gate: %r" % lines)
@@ -107,6 +118,8 @@ def case_menu_type_read_whole(sandbox):
 def case_program_that_never_signals(sandbox):
     # A program that dies at once and one that outlives the time limit: velq gives up the objects and
     # exits with the program's own status either way.
+    if not sandbox.system.is_posix:
+        raise Skip("the stand-in program is a shell script; no Windows stand-in is built")
     script = os.path.join(sandbox.root, "stand-in")
     with open(script, "w") as f:
         f.write("#!/bin/sh\ncase \"$1\" in *::1) exit 3;; esac\nsleep 2\nexit 7\n")
@@ -124,9 +137,9 @@ def case_wrong_use(sandbox):
     for args, expected in (
         ([], 2), (["frobnicate"], 2), (["encrypt"], 2), (["handoff", "--type", "1"], 2),
         (["handoff", "--text", "x", "--type", "one"], 2), (["handoff", "--text"], 2),
-        (["encrypt", os.path.join(sandbox.root, "no such file")], 1),
-        (["decrypt", os.path.join(sandbox.docs, "a b.txt")], 1),
-        (["search", os.path.join(sandbox.docs, "a b.txt")], 1),
+        (["encrypt", sandbox.program_path(os.path.join(sandbox.root, "no such file"))], 1),
+        (["decrypt", sandbox.program_path(os.path.join(sandbox.docs, "a b.txt"))], 1),
+        (["search", sandbox.program_path(os.path.join(sandbox.docs, "a b.txt"))], 1),
     ):
         status, err = sandbox.velq_run(args)
         expect(status == expected, "%r: status %d, expected %d" % (args, status, expected))
@@ -134,10 +147,14 @@ def case_wrong_use(sandbox):
         expect(sandbox.lines() == [], "%r: the program was started" % args)
     semi = os.path.join(sandbox.docs, "x;y.txt")
     open(semi, "w").close()
-    status, err = sandbox.velq_run(["encrypt", semi])
+    status, err = sandbox.velq_run(["encrypt", sandbox.program_path(semi)])
     expect(status == 1 and '";"' in err, "a path with ';': %d %r" % (status, err))
-    done = subprocess.run([sandbox.velq, "--help"], capture_output=True, text=True)
-    expect(done.returncode == 0 and "velq encrypt PATH" in done.stdout, "--help: %r" % done.stdout)
+    help_text = os.path.join(sandbox.root, "help.txt")
+    with open(help_text, "wb") as out:
+        status = sandbox.start_program([sandbox.velq, "--help"], stdout=out, stderr=subprocess.DEVNULL).wait(timeout=120)
+    with open(help_text, encoding="utf-8", errors="replace") as f:
+        text = f.read()
+    expect(status == 0 and "velq encrypt PATH" in text, "--help: %r" % text)
 
 
 CASES = {
@@ -150,10 +167,17 @@ CASES = {
 }
 
 
-def run_case(case, velq, program):
-    with HandoffSandbox(os.path.abspath(velq), os.path.abspath(program)) as sandbox:
+def escaped(path):
+    """`path` as the search's query carries it: the shell's URL escaping leaves a POSIX path's letters as
+    they are and turns a Windows path's "\\" into "%5C"."""
+    return path.replace("\\", "%5C")
+
+
+def run_case(case, velq, program, runner, wine64, prefix):
+    system = system_of(runner, wine64, prefix)
+    with HandoffSandbox(os.path.abspath(velq), os.path.abspath(program), system) as sandbox:
         case(sandbox)
 
 
 if __name__ == "__main__":
-    sys.exit(run_cases(CASES, ("VELQ", "PROGRAM"), run_case))
+    sys.exit(run_cases(CASES, ("VELQ", "PROGRAM"), run_case, optional=WINE_ARGUMENTS))

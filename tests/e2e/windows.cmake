@@ -28,6 +28,19 @@ if(TARGET VELQFileEncrypt AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VE
     endforeach()
 endif()
 
+# The hand-off through velq.exe (handoff_test.py, as on Linux), with Windows' own named objects.
+# program_that_never_signals is left out: its stand-in for the program is a shell script.
+if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
+    foreach(case paths_reach_the_gate search_without_the_gate malformed_texts_fail_quietly menu_type_read_whole
+            wrong_use)
+        add_test(NAME e2e_windows_handoff_${case}
+                 COMMAND ${VELQ_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/handoff_test.py $<TARGET_FILE:velq>
+                         $<TARGET_FILE:VELQFileEncrypt> ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
+                         ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix ${case})
+        set_tests_properties(e2e_windows_handoff_${case} PROPERTIES LABELS e2e TIMEOUT 180 SKIP_RETURN_CODE 77)
+    endforeach()
+endif()
+
 # The core's main-job cases (main_job_test.py, as on Linux) against the Windows programs in the same
 # prefix: the drivers take the Wine runner's values after the programs. Every case runs here. The file
 # modes of the key's backup are checked on Linux only (POSIX modes; Windows keeps others out by the user's
