@@ -25,27 +25,11 @@
 #include "plat/files.h"
 #include "plat/handle.h"
 #include "plat/named.h"
+#include "plat/streams.h"
 #include "plat/strings.h"
 #include "plat/system.h"
 
 namespace {
-
-// The bytes of a file, read with stdio (GCC 12 at -O2 sees a false null dereference in
-// istreambuf_iterator). false when the file cannot be opened or read.
-bool readWholeFile(const std::string& path, std::string& bytes) {
-    std::FILE* in = std::fopen(path.c_str(), "rb");
-    if (in == nullptr) {
-        return false;
-    }
-    char block[65536];
-    std::size_t got = 0;
-    while ((got = std::fread(block, 1, sizeof block, in)) > 0) {
-        bytes.append(block, got);
-    }
-    const bool ok = std::ferror(in) == 0;
-    std::fclose(in);
-    return ok;
-}
 
 constexpr int kWrongUse = 2;
 constexpr int kFailed = 1;
@@ -348,7 +332,7 @@ int handOffRaw(const std::vector<std::string>& args) {
         return kWrongUse;
     }
     std::string utf8;
-    if (!readWholeFile(*file, utf8)) {
+    if (!plat::readWhole(plat::fromUtf8(*file), utf8)) {
         std::fprintf(stderr, "velq: cannot read %s\n", file->c_str());
         return kFailed;
     }

@@ -17,27 +17,11 @@ std::mutex g_backendMutex;
 // Never destroyed once chosen: callbacks and waits of other threads may outlive static destructors.
 Backend* g_pBackend = nullptr;
 
-// The file named by the UTF-8 `path`, through its UTF-16 name: a narrow name is read in the ANSI code page
-// on Windows.
-bool readWholeFile(const std::string& path, std::string& text) {
-    std::FILE* file = openStream(fromUtf8(path), StreamMode::kRead);
-    if (file == nullptr) {
-        return false;
-    }
-    char chunk[4096];
-    std::size_t length = 0;
-    while ((length = std::fread(chunk, 1, sizeof chunk, file)) > 0) {
-        text.append(chunk, length);
-    }
-    const bool whole = std::ferror(file) == 0;
-    return std::fclose(file) == 0 && whole;
-}
-
 // The sensor that VELQ_WINBIO_SIM describes; null (with the reason on stderr) when it cannot be read.
 std::unique_ptr<Backend> simFromEnvironment() {
     const std::string path = environmentValue("VELQ_WINBIO_SIM").value_or(std::string());
     std::string text;
-    if (!path.empty() && !readWholeFile(path, text)) {
+    if (!path.empty() && !readWhole(fromUtf8(path), text)) {
         std::fprintf(stderr, "VELQ_WINBIO_SIM=%s cannot be read; no sensor.\n", path.c_str());
         return nullptr;
     }

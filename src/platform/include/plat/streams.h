@@ -24,4 +24,7 @@ std::FILE* openStream(const std::u16string& path, StreamMode mode);
 // let another writer's line in between). false with the reason in `failure`.
 bool appendWhole(const std::u16string& path, std::string_view bytes, std::string& failure);
 
+// Every byte of the file `path` appended to `bytes`; false when it cannot be opened or read whole.
+bool readWhole(const std::u16string& path, std::string& bytes);
+
 }  // namespace plat
