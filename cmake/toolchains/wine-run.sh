@@ -2,8 +2,10 @@
 # Runs a Windows program under Wine for ctest: wine-run.sh WINE64 PREFIX PROGRAM [ARGS...]
 # (CMAKE_CROSSCOMPILING_EMULATOR of a 64-bit Windows tree). Each build tree has a private prefix, made
 # on first use (the slow part: from 20 s to minutes on a busy machine); concurrent tests wait for it
-# under a lock rather than make it twice. No Mono or Gecko installs, no debug chatter. Ends with 77
-# (ctest's skip code in this project) when Wine cannot make its prefix here.
+# under a lock rather than make it twice. No Mono or Gecko installs, no debug chatter, and no crash
+# dialog: a program that crashes ends with its backtrace on stderr instead of waiting for ever for a
+# person to close a window on a display nobody sees. Ends with 77 (ctest's skip code in this project)
+# when Wine cannot make its prefix here.
 set -u
 wine64=$1
 prefix=$2
@@ -15,6 +17,8 @@ mkdir -p "$prefix" || exit 77
     flock 9
     if [ ! -f "$prefix/.velq-ready" ]; then
         "$wine64" wineboot --init >"$prefix.boot.log" 2>&1 || exit 1
+        "$wine64" reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f \
+            >>"$prefix.boot.log" 2>&1 || exit 1
         touch "$prefix/.velq-ready"
     fi
 ) 9>"$prefix.lock"
