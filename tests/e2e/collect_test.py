@@ -3,15 +3,18 @@
 one per selected item as Explorer starts them, become one request of the built VELQFileEncrypt (one
 fingerprint, one batch), on the simulated sensor with the owner's finger and the scripted UI.
 
-Usage: collect_test.py VELQ PROGRAM CASE     (CASE: one of the names in CASES, or "all")
+Usage: collect_test.py VELQ PROGRAM [WINE_RUN WINE64 PREFIX] CASE     (CASE: one of the names in CASES, or
+  "all"; with the Wine runner's values VELQ and PROGRAM are the Windows programs, run under wine64)
 Exit status 0 when the case passes, 1 when it fails.
 """
 import os
 import subprocess
 import sys
+import tempfile
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from velq_e2e import Sandbox, expect, run_cases  # noqa: E402
+from velq_wine import WINE_ARGUMENTS, system_of  # noqa: E402
 
 HANG_GUARD = 300  # a guard against a hang only; no case relies on how long anything takes
 WAIT_SHOWN = {"ui": "wait", "op": "show"}
@@ -21,33 +24,58 @@ class CollectSandbox(Sandbox):
     """The owner's finger on the simulated sensor (once per process), velq handing over to `program`, and
     a key made by a first encryption, so that each request goes straight to its work."""
 
-    def __init__(self, velq, program):
-        super().__init__("velq-collect-", "sim", VELQ_PROGRAM=program)
+    def __init__(self, velq, program, system):
+        super().__init__("velq-collect-", "sim", system=system, VELQ_PROGRAM=program)
         self.velq = velq
+        # A Windows process takes longer to start under Wine, and three started at once may reach the
+        # meeting seconds apart on a busy machine: the quiet moment that ends the gathering is longer there.
+        self.quiet_scale = 1 if self.system.is_posix else 3
         self.env["VELQ_WINBIO_SIM"] = os.path.join(self.root, "sensor")
         with open(self.env["VELQ_WINBIO_SIM"], "w") as f:
             f.write("enrolled self 2\ntouch self\n")
         first = self.write("first.txt", b"x")
-        self.write_answers(["no", "ok", "export %s\tpassword of the backup" % os.path.join(self.root, "b.key")])
-        done = subprocess.run([program, "1::%s::1" % first], env=self.env, capture_output=True,
-                              timeout=HANG_GUARD)
-        expect(done.returncode == 0 and os.path.exists(first + ".lqvz"), "no key: %s" % done.stderr)
+        backup = self.program_path(os.path.join(self.root, "b.key"))
+        self.write_answers(["no", "ok", "export %s\tpassword of the backup" % backup])
+        self.finish([self.started([program, "1::%s::1" % self.program_path(first)])])
+        expect(os.path.exists(first + ".lqvz"), "no key: %s" % self.lines())
         self.write_answers([])
 
+    def started(self, args, cwd=None, **extra_env):
+        """A process of `args`, its error output kept in a file of its own: a pipe would stay open in a
+        Wine server that the run starts and that outlives it."""
+        errors = tempfile.NamedTemporaryFile(dir=self.root, prefix="stderr-", delete=False)
+        process = self.start_program(args, extra_env, cwd=cwd or self.root, stdout=subprocess.DEVNULL,
+                                     stderr=errors)
+        process.errors = errors
+        return process
+
     def start(self, verb, path, cwd, quiet_ms):
-        env = dict(self.env, VELQ_COLLECT_QUIET_MS=str(quiet_ms))
-        return subprocess.Popen([self.velq, "collect", verb, path], env=env, cwd=cwd, stdout=subprocess.PIPE,
-                                stderr=subprocess.PIPE, text=True)
+        """`velq collect verb path` in `cwd`; a relative `path` is taken as it is."""
+        path = path if not os.path.isabs(path) else self.program_path(path)
+        return self.started([self.velq, "collect", verb, path], cwd,
+                            VELQ_COLLECT_QUIET_MS=str(quiet_ms * self.quiet_scale))
+
+    @staticmethod
+    def ended(process):
+        """Waits for `process`: its exit status and error output."""
+        status = process.wait(timeout=HANG_GUARD)
+        process.errors.close()
+        with open(process.errors.name, encoding="utf-8", errors="replace") as f:
+            return status, f.read()
 
     def finish(self, processes):
         """Waits for every process; they must all end with 0."""
         for process in processes:
-            _, err = process.communicate(timeout=HANG_GUARD)
-            expect(process.returncode == 0, "velq collect ended with %d: %s" % (process.returncode, err))
+            status, err = self.ended(process)
+            expect(status == 0, "%s ended with %d: %s" % (process.args, status, err))
 
     def objects_left(self):
+        """The meeting's named objects still in the runtime folder. Windows' named objects go with their
+        last handle: there is no folder of them to look at."""
         run = self.env["VELQ_RUNTIME_DIR"]
-        return [n for n in os.listdir(run) if "collect" in n] if os.path.isdir(run) else []
+        if not self.system.is_posix or not os.path.isdir(run):
+            return []
+        return [n for n in os.listdir(run) if "collect" in n]
 
 
 def case_selection_becomes_one_request(box):
@@ -84,11 +112,10 @@ def case_later_invocation_starts_anew(box):
 
 
 def case_wrong_use(box):
-    for args in (["collect"], ["collect", "encrypt"], ["collect", "shred", box.docs]):
-        done = subprocess.run([box.velq] + args, env=box.env, capture_output=True, text=True,
-                              timeout=HANG_GUARD)
-        expect(done.returncode == 2, "velq %s ended with %d" % (" ".join(args), done.returncode))
-        expect("collect needs" in done.stderr, "velq %s said %r" % (" ".join(args), done.stderr))
+    for args in (["collect"], ["collect", "encrypt"], ["collect", "shred", box.program_path(box.docs)]):
+        status, err = box.ended(box.started([box.velq] + args))
+        expect(status == 2, "velq %s ended with %d" % (" ".join(args), status))
+        expect("collect needs" in err, "velq %s said %r" % (" ".join(args), err))
     expect(box.objects_left() == [], "objects of the meeting left behind: %s" % box.objects_left())
 
 
@@ -99,10 +126,11 @@ CASES = {
 }
 
 
-def run_case(case, velq, program):
-    with CollectSandbox(velq, program) as box:
+def run_case(case, velq, program, runner, wine64, prefix):
+    system = system_of(runner, wine64, prefix)
+    with CollectSandbox(os.path.abspath(velq), os.path.abspath(program), system) as box:
         case(box)
 
 
 if __name__ == "__main__":
-    sys.exit(run_cases(CASES, ["VELQ", "PROGRAM"], run_case))
+    sys.exit(run_cases(CASES, ["VELQ", "PROGRAM"], run_case, optional=WINE_ARGUMENTS))

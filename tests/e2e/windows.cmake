@@ -41,6 +41,20 @@ if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_
     endforeach()
 endif()
 
+# velq collect (collect_test.py, as on Linux): the items of one selection, each started on its own as Explorer
+# starts them, become one request of the Windows program. Its encryptions take turns on the prefix's
+# temporary folder with the other runs that prove files.
+if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
+    foreach(case selection_becomes_one_request later_invocation_starts_anew wrong_use)
+        add_test(NAME e2e_windows_collect_${case}
+                 COMMAND ${VELQ_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/collect_test.py $<TARGET_FILE:velq>
+                         $<TARGET_FILE:VELQFileEncrypt> ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
+                         ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix ${case})
+        set_tests_properties(e2e_windows_collect_${case} PROPERTIES LABELS e2e TIMEOUT 300 SKIP_RETURN_CODE 77
+                             RESOURCE_LOCK wineprefix-temp)
+    endforeach()
+endif()
+
 # The core's main-job cases (main_job_test.py, as on Linux) against the Windows programs in the same
 # prefix: the drivers take the Wine runner's values after the programs. Every case runs here. The file
 # modes of the key's backup are checked on Linux only (POSIX modes; Windows keeps others out by the user's
