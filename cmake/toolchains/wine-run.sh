@@ -4,14 +4,15 @@
 # on first use (the slow part: from 20 s to minutes on a busy machine); concurrent tests wait for it
 # under a lock rather than make it twice. No Mono or Gecko installs, no debug chatter, and no crash
 # dialog: a program that crashes ends with its backtrace on stderr instead of waiting for ever for a
-# person to close a window on a display nobody sees. Ends with 77 (ctest's skip code in this project)
-# when Wine cannot make its prefix here.
+# person to close a window on a display nobody sees. VELQ_WINEDEBUG, when set, is Wine's debug channels
+# for the run (the unit tests take warn+heap: Wine's heap then checks each free and reports a bad one).
+# Ends with 77 (ctest's skip code in this project) when Wine cannot make its prefix here.
 set -u
 wine64=$1
 prefix=$2
 shift 2
 
-export WINEPREFIX="$prefix" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+export WINEPREFIX="$prefix" WINEDEBUG="${VELQ_WINEDEBUG:--all}" WINEDLLOVERRIDES="mscoree,mshtml="
 mkdir -p "$prefix" || exit 77
 (
     flock 9

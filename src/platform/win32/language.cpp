@@ -1,8 +1,9 @@
 // The user's and the thread's languages: the API's own calls. The thread's preferred UI languages are
 // also kept here as ids, because the string table (resources.cpp of the layer) chooses its language by
 // them and the API gives a thread's own list back only as text.
+#include <array>
 #include <cwchar>
-#include <vector>
+#include <type_traits>
 
 #include "plat/language.h"
 #include "wide.h"
@@ -13,7 +14,18 @@ using win32::wide;
 
 namespace {
 
-thread_local std::vector<LANGID> t_preferred;
+// Kept in storage without a destructor: with this toolchain a thread_local object's destructor runs at
+// thread exit after the thread's storage has been freed (mingw-w64's emulated TLS), so a vector here
+// freed a pointer read from freed memory at the end of every thread that had set its languages, and
+// corrupted the heap. A person's list names a few languages; the string table only needs the first
+// that it holds, so the first kMaxPreferred are kept.
+constexpr std::size_t kMaxPreferred = 16;
+struct PreferredLanguages {
+    std::array<LANGID, kMaxPreferred> ids;
+    std::size_t count;
+};
+static_assert(std::is_trivially_destructible_v<PreferredLanguages>);
+thread_local PreferredLanguages t_preferred = {};
 
 // One entry of a language list: a name ("de-DE") or a hexadecimal id ("0407"); 0 for an unknown one.
 LANGID languageOfEntry(const wchar_t* entry, DWORD flags) {
@@ -23,12 +35,13 @@ LANGID languageOfEntry(const wchar_t* entry, DWORD flags) {
     return LANGIDFROMLCID(::LocaleNameToLCID(entry, 0));
 }
 
-std::vector<LANGID> languagesOfList(DWORD flags, const wchar_t* list) {
-    std::vector<LANGID> languages;
-    for (const wchar_t* entry = list; entry != nullptr && *entry != L'\0'; entry += std::wcslen(entry) + 1) {
+PreferredLanguages languagesOfList(DWORD flags, const wchar_t* list) {
+    PreferredLanguages languages = {};
+    for (const wchar_t* entry = list; entry != nullptr && *entry != L'\0' && languages.count < kMaxPreferred;
+         entry += std::wcslen(entry) + 1) {
         const LANGID language = languageOfEntry(entry, flags);
         if (language != 0) {
-            languages.push_back(language);
+            languages.ids[languages.count++] = language;
         }
     }
     return languages;
@@ -62,7 +75,7 @@ BOOL SetThreadPreferredUILanguages(DWORD dwFlags, LPCWSTR pwszLanguagesBuffer, U
     }
     t_preferred = languagesOfList(dwFlags, wide(pwszLanguagesBuffer));
     // The count of the list kept here: the languages the API took (Wine's call always reports 0).
-    win32::storeIfWanted(pulNumLanguages, t_preferred.size());
+    win32::storeIfWanted(pulNumLanguages, t_preferred.count);
     return TRUE;
 }
 
@@ -71,7 +84,7 @@ LANGID GetThreadUILanguage() {
 }
 
 std::span<const LANGID> threadPreferredUILanguages() {
-    return t_preferred;
+    return std::span<const LANGID>(t_preferred.ids.data(), t_preferred.count);
 }
 
 }  // namespace plat

@@ -55,5 +55,7 @@ if(CMAKE_CROSSCOMPILING_EMULATOR)
     set_target_properties(velq_platform_tests PROPERTIES CROSSCOMPILING_EMULATOR
         "${velq_unit_dir}/win32/wine-null-graphics.sh;${CMAKE_CROSSCOMPILING_EMULATOR}")
 endif()
+# Each case with Wine's heap checks, as the other test programs (velq_wine_heap_checks).
 gtest_discover_tests(velq_platform_tests DISCOVERY_TIMEOUT 120 PROPERTIES LABELS platform
+    ENVIRONMENT "VELQ_WINEDEBUG=warn+heap" FAIL_REGULAR_EXPRESSION "warn:heap"
     TEST_FILTER "${velq_win32_excluded_cases}")
