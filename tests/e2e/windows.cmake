@@ -103,3 +103,11 @@ if(TARGET VELQFileEncrypt AND TARGET velq AND TARGET velqmsg AND VELQ_WINE64 AND
                              RESOURCE_LOCK wineprefix-windows)
     endforeach()
 endif()
+
+# The key guides and the search in processes of their own, as on Linux: guides_driver runs them directly,
+# with the program's texts from its own resources as the program reads them.
+if(TARGET velq_app)
+    add_executable(guides_driver guides_driver.cpp ${PROJECT_SOURCE_DIR}/src/app/VELQCryptBatch.cpp)
+    target_link_libraries(guides_driver PRIVATE "$<LINK_GROUP:RESCAN,velq_app,velq_engine>" velq_warnings)
+    velq_add_windows_resources(guides_driver program)
+endif()
