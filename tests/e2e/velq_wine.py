@@ -13,9 +13,14 @@ WINE_ARGUMENTS = ("WINE_RUN", "WINE64", "PREFIX")
 PATH_VARIABLES = ("VELQ_UI_SCRIPT", "VELQ_UI_TRANSCRIPT", "VELQ_UI_CANCEL_FILE", "VELQ_WINBIO_SIM",
                   "VELQ_DATA_HOME", "VELQ_PROGRAM")
 # The POSIX programs' own variables: the runtime folder (Windows names its objects in the session) and
-# the temporary folder (Windows takes the user's own). HOME, PATH and the locale stay Wine's, which
-# needs them to find its prefix and to read the command line.
+# the temporary folder (Windows takes the user's own). HOME and PATH stay Wine's, which needs them to find
+# its prefix; the locale is WINE_LOCALE.
 POSIX_VARIABLES = ("VELQ_RUNTIME_DIR", "TMPDIR", "HOME", "PATH", "LC_ALL")
+# The locale of Wine and the Windows programs, whatever the caller's: Wine reads the host's command line
+# and environment in its encoding, and the drivers hand names over in UTF-8 (under a caller's LC_ALL=C a
+# letter outside ASCII would reach the program as another). Its language is English, as the sandbox's C
+# is for the POSIX programs.
+WINE_LOCALE = "C.UTF-8"
 
 
 class Wine:
@@ -85,12 +90,13 @@ class Wine:
 
     def program_env(self, env):
         """The sandbox's environment for a Windows program: Wine's own environment with the sandbox's
-        variables, paths in Windows form, the POSIX programs' own left out."""
+        variables, paths in Windows form, the POSIX programs' own left out, in WINE_LOCALE."""
         windows = {name: value for name, value in os.environ.items() if not name.startswith("VELQ_")}
         for name, value in env.items():
             if name in POSIX_VARIABLES:
                 continue
             windows[name] = self.path(value) if name in PATH_VARIABLES else value
+        windows["LC_ALL"] = WINE_LOCALE
         return windows
 
     def temp_folder(self):
