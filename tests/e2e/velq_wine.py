@@ -30,6 +30,7 @@ class Wine:
         self.command = [runner, wine64, prefix]
         self.prefix = prefix
         self._temp = None
+        self._home = None
 
     def start(self, args, env=None):
         return subprocess.Popen(self.command + args, env=env, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
@@ -99,16 +100,28 @@ class Wine:
         windows["LC_ALL"] = WINE_LOCALE
         return windows
 
+    def home_folder(self):
+        """The Windows user's home folder (the profile, %USERPROFILE%) as a Linux path: the prefix's own,
+        whatever HOME says; Wine gives every process the one of its prefix as it does the temporary folder."""
+        if self._home is None:
+            self._home = self._folder("%USERPROFILE%")
+        return self._home
+
     def temp_folder(self):
         """The Windows user's temporary folder (GetTempPathW) as a Linux path: Wine gives every process
         the one of its prefix, whatever the caller's environment says."""
         if self._temp is None:
-            status, out, err = self.run(["cmd", "/c", "echo %TEMP%"])
-            expect(status == 0, "the temporary folder could not be asked: %s" % err)
-            self._temp = self.unix_path(out.strip())
-            if not os.path.isdir(self._temp):
-                raise Failure("the Windows temporary folder %s is not there" % self._temp)
+            self._temp = self._folder("%TEMP%")
         return self._temp
+
+    def _folder(self, variable):
+        """The folder that `variable` names in a Windows process of the prefix, as a Linux path."""
+        status, out, err = self.run(["cmd", "/c", "echo " + variable])
+        expect(status == 0, "%s could not be asked: %s" % (variable, err))
+        folder = self.unix_path(out.strip())
+        if not os.path.isdir(folder):
+            raise Failure("the Windows folder %s (%s) is not there" % (folder, variable))
+        return folder
 
 
 def system_of(runner, wine64, prefix):
