@@ -104,10 +104,21 @@ if(TARGET VELQFileEncrypt AND TARGET velq AND TARGET velqmsg AND VELQ_WINE64 AND
     endforeach()
 endif()
 
-# The key guides and the search in processes of their own, as on Linux: guides_driver runs them directly,
-# with the program's texts from its own resources as the program reads them.
+# The key guides and the search in processes of their own (guides_test.py, as on Linux): guides_driver runs
+# them directly, with the program's texts from its own resources as the program reads them. Every case runs
+# here. The search without a location walks the Windows user's profile, the prefix's, which is that
+# program's home whatever HOME says.
 if(TARGET velq_app)
     add_executable(guides_driver guides_driver.cpp ${PROJECT_SOURCE_DIR}/src/app/VELQCryptBatch.cpp)
     target_link_libraries(guides_driver PRIVATE "$<LINK_GROUP:RESCAN,velq_app,velq_engine>" velq_warnings)
     velq_add_windows_resources(guides_driver program)
+endif()
+if(TARGET guides_driver AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
+    foreach(case backup_then_recovery cancelled_backup second_backup_process search_locations)
+        add_test(NAME e2e_windows_guides_${case}
+                 COMMAND ${VELQ_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/guides_test.py $<TARGET_FILE:guides_driver>
+                         ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
+                         ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix ${case})
+        set_tests_properties(e2e_windows_guides_${case} PROPERTIES LABELS e2e TIMEOUT 300 SKIP_RETURN_CODE 77)
+    endforeach()
 endif()
