@@ -2,6 +2,11 @@
 # UI, a transcript and the simulated sensor, as on Linux. The cross-system case also runs a Linux program
 # (VELQ_LINUX_PROGRAM, e.g. build/asan/src/app/VELQFileEncrypt, given by scripts/test-windows.sh when that
 # tree is there); without it the case is skipped with the reason.
+#
+# The key guides' named mutexes (a first key's backup, a key's recovery) are not a sandbox's there, as
+# they are on Linux in its runtime folder: every program run in the prefix shares one session's names, and
+# a guide refuses to run beside another's. The runs that go through a guide take turns (RESOURCE_LOCK
+# wineprefix-key-guides): these cases, the main-job and the guides' below, and the app's unit tests.
 find_program(VELQ_PYTHON3 python3 NO_CMAKE_FIND_ROOT_PATH)
 set(VELQ_LINUX_PROGRAM "" CACHE FILEPATH "The Linux VELQFileEncrypt for the cross-system end-to-end case")
 if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
@@ -12,7 +17,7 @@ if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_
                          ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
                          ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix "${VELQ_LINUX_PROGRAM}" ${case})
         set_tests_properties(e2e_windows_${case} PROPERTIES LABELS e2e TIMEOUT 600 SKIP_RETURN_CODE 77
-                             RESOURCE_LOCK wineprefix-temp)
+                             RESOURCE_LOCK "wineprefix-temp;wineprefix-key-guides")
     endforeach()
 endif()
 
@@ -70,7 +75,7 @@ if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_
                          ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
                          ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix ${case})
         set_tests_properties(e2e_windows_main_${case} PROPERTIES LABELS e2e TIMEOUT 600 SKIP_RETURN_CODE 77
-                             RESOURCE_LOCK wineprefix-temp)
+                             RESOURCE_LOCK "wineprefix-temp;wineprefix-key-guides")
     endforeach()
 endif()
 
@@ -106,8 +111,8 @@ endif()
 
 # The key guides and the search in processes of their own (guides_test.py, as on Linux): guides_driver runs
 # them directly, with the program's texts from its own resources as the program reads them. Every case runs
-# here. The search without a location walks the Windows user's profile, the prefix's, which is that
-# program's home whatever HOME says.
+# here; the guides' cases take turns with the other runs through a guide (see the top). The search without
+# a location walks the Windows user's profile, the prefix's, which is that program's home whatever HOME says.
 if(TARGET velq_app)
     add_executable(guides_driver guides_driver.cpp ${PROJECT_SOURCE_DIR}/src/app/VELQCryptBatch.cpp)
     target_link_libraries(guides_driver PRIVATE "$<LINK_GROUP:RESCAN,velq_app,velq_engine>" velq_warnings)
@@ -120,5 +125,8 @@ if(TARGET guides_driver AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ
                          ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
                          ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix ${case})
         set_tests_properties(e2e_windows_guides_${case} PROPERTIES LABELS e2e TIMEOUT 300 SKIP_RETURN_CODE 77)
+        if(NOT case STREQUAL "search_locations")
+            set_tests_properties(e2e_windows_guides_${case} PROPERTIES RESOURCE_LOCK wineprefix-key-guides)
+        endif()
     endforeach()
 endif()
