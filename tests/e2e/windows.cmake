@@ -6,7 +6,8 @@
 # The key guides' named mutexes (a first key's backup, a key's recovery) are not a sandbox's there, as
 # they are on Linux in its runtime folder: every program run in the prefix shares one session's names, and
 # a guide refuses to run beside another's. The runs that go through a guide take turns (RESOURCE_LOCK
-# wineprefix-key-guides): these cases, the main-job and the guides' below, and the app's unit tests.
+# wineprefix-key-guides): these cases, the collector's, the main-job and the guides' below, and the app's
+# unit tests.
 find_program(VELQ_PYTHON3 python3 NO_CMAKE_FIND_ROOT_PATH)
 set(VELQ_LINUX_PROGRAM "" CACHE FILEPATH "The Linux VELQFileEncrypt for the cross-system end-to-end case")
 if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
@@ -48,7 +49,7 @@ endif()
 
 # velq collect (collect_test.py, as on Linux): the items of one selection, each started on its own as Explorer
 # starts them, become one request of the Windows program. Its encryptions take turns on the prefix's
-# temporary folder with the other runs that prove files.
+# temporary folder with the other runs that prove files, and its first key's backup with the other guides.
 if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
     foreach(case selection_becomes_one_request later_invocation_starts_anew wrong_use)
         add_test(NAME e2e_windows_collect_${case}
@@ -56,7 +57,7 @@ if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_
                          $<TARGET_FILE:VELQFileEncrypt> ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
                          ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix ${case})
         set_tests_properties(e2e_windows_collect_${case} PROPERTIES LABELS e2e TIMEOUT 300 SKIP_RETURN_CODE 77
-                             RESOURCE_LOCK wineprefix-temp)
+                             RESOURCE_LOCK "wineprefix-temp;wineprefix-key-guides")
     endforeach()
 endif()
 
