@@ -43,8 +43,14 @@ class VerifyUserTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         // The gate reads the owner's records: keep them in a folder of this test program.
-        static const std::string home = velq_test::utf8Of(velq_test::makeTempFolder("velq-bio-test-"));
-        setEnvironment("VELQ_DATA_HOME", home.c_str());
+        s_home = velq_test::makeTempFolder("velq-bio-test-");
+        setEnvironment("VELQ_DATA_HOME", velq_test::utf8Of(s_home).c_str());
+    }
+    static void TearDownTestSuite() {
+        setEnvironment("VELQ_DATA_HOME", nullptr);
+        if (!s_home.empty()) {
+            velq_test::removeTree(s_home);
+        }
     }
     void TearDown() override {
         if (m_bInstalled) {
@@ -103,6 +109,7 @@ protected:
         return std::count(all.begin(), all.end(), event);
     }
 
+    static inline std::filesystem::path s_home;
     ScopedRecordingUi m_recording;
     std::unique_ptr<plat::winbio::Backend> m_previous;
     bool m_bInstalled = false;

@@ -26,7 +26,7 @@ public:
     ~ScopedDataHome() {
         setEnvironment("VELQ_DATA_HOME", m_previous ? m_previous->c_str() : nullptr);
         if (!m_root.empty()) {
-            velq_test::removeTree(m_root);
+            velq_test::removeTree(velq_test::pathOfUtf8(m_root));
         }
     }
     ScopedDataHome(const ScopedDataHome&) = delete;
