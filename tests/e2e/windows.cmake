@@ -34,16 +34,19 @@ if(TARGET VELQFileEncrypt AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VE
     endforeach()
 endif()
 
-# The hand-off through velq.exe (handoff_test.py, as on Linux), with Windows' own named objects.
-# program_that_never_signals is left out: its stand-in for the program is a shell script.
+# The hand-off through velq.exe (handoff_test.py, as on Linux), with Windows' own named objects and the
+# stand-in program built for Windows.
 if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
+    add_executable(handoff_stand_in handoff_stand_in.cpp)
+    target_link_libraries(handoff_stand_in PRIVATE velq_warnings)
     foreach(case paths_reach_the_gate search_without_the_gate malformed_texts_fail_quietly menu_type_read_whole
-            wrong_use)
+            program_that_never_signals wrong_use)
         add_test(NAME e2e_windows_handoff_${case}
                  COMMAND ${VELQ_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/handoff_test.py $<TARGET_FILE:velq>
                          $<TARGET_FILE:VELQFileEncrypt> ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
                          ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix ${case})
-        set_tests_properties(e2e_windows_handoff_${case} PROPERTIES LABELS e2e TIMEOUT 180 SKIP_RETURN_CODE 77)
+        set_tests_properties(e2e_windows_handoff_${case} PROPERTIES LABELS e2e TIMEOUT 180 SKIP_RETURN_CODE 77
+                             ENVIRONMENT "VELQ_HANDOFF_STAND_IN=$<TARGET_FILE:handoff_stand_in>")
     endforeach()
 endif()
 
