@@ -8,9 +8,7 @@ Usage: collect_test.py VELQ PROGRAM [WINE_RUN WINE64 PREFIX] CASE     (CASE: one
 Exit status 0 when the case passes, 1 when it fails.
 """
 import os
-import subprocess
 import sys
-import tempfile
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from velq_e2e import Sandbox, expect, run_cases  # noqa: E402
@@ -36,37 +34,20 @@ class CollectSandbox(Sandbox):
         first = self.write("first.txt", b"x")
         backup = self.program_path(os.path.join(self.root, "b.key"))
         self.write_answers(["no", "ok", "export %s\tpassword of the backup" % backup])
-        self.finish([self.started([program, "1::%s::1" % self.program_path(first)])])
+        self.finish([self.start_quietly([program, "1::%s::1" % self.program_path(first)])])
         expect(os.path.exists(first + ".lqvz"), "no key: %s" % self.lines())
         self.write_answers([])
-
-    def started(self, args, cwd=None, **extra_env):
-        """A process of `args`, its error output kept in a file of its own: a pipe would stay open in a
-        Wine server that the run starts and that outlives it."""
-        errors = tempfile.NamedTemporaryFile(dir=self.root, prefix="stderr-", delete=False)
-        process = self.start_program(args, extra_env, cwd=cwd or self.root, stdout=subprocess.DEVNULL,
-                                     stderr=errors)
-        process.errors = errors
-        return process
 
     def start(self, verb, path, cwd, quiet_ms):
         """`velq collect verb path` in `cwd`; a relative `path` is taken as it is."""
         path = path if not os.path.isabs(path) else self.program_path(path)
-        return self.started([self.velq, "collect", verb, path], cwd,
-                            VELQ_COLLECT_QUIET_MS=str(quiet_ms * self.quiet_scale))
-
-    @staticmethod
-    def ended(process):
-        """Waits for `process`: its exit status and error output."""
-        status = process.wait(timeout=HANG_GUARD)
-        process.errors.close()
-        with open(process.errors.name, encoding="utf-8", errors="replace") as f:
-            return status, f.read()
+        quiet = {"VELQ_COLLECT_QUIET_MS": str(quiet_ms * self.quiet_scale)}
+        return self.start_quietly([self.velq, "collect", verb, path], quiet, cwd)
 
     def finish(self, processes):
         """Waits for every process; they must all end with 0."""
         for process in processes:
-            status, err = self.ended(process)
+            status, _, err = self.ended(process, HANG_GUARD)
             expect(status == 0, "%s ended with %d: %s" % (process.args, status, err))
 
     def objects_left(self):
@@ -113,7 +94,7 @@ def case_later_invocation_starts_anew(box):
 
 def case_wrong_use(box):
     for args in (["collect"], ["collect", "encrypt"], ["collect", "shred", box.program_path(box.docs)]):
-        status, err = box.ended(box.started([box.velq] + args))
+        status, _, err = box.run_quietly([box.velq] + args)
         expect(status == 2, "velq %s ended with %d" % (" ".join(args), status))
         expect("collect needs" in err, "velq %s said %r" % (" ".join(args), err))
     expect(box.objects_left() == [], "objects of the meeting left behind: %s" % box.objects_left())

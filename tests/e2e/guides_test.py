@@ -14,7 +14,7 @@ import tempfile
 import threading
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from velq_e2e import Failure, Sandbox, expect, messagebox as box, remove_tree, run_cases  # noqa: E402
+from velq_e2e import Failure, Sandbox, expect, messagebox as box, read_text, remove_tree, run_cases  # noqa: E402
 from velq_wine import WINE_ARGUMENTS, system_of  # noqa: E402
 
 PASSWORD = "pass word\twith tab"
@@ -28,7 +28,6 @@ class GuidesSandbox(Sandbox):
     def __init__(self, driver, system):
         super().__init__("velq-guides-", "none", system=system)
         self.driver = driver
-        self.runs = 0
         self.env["HOME"] = os.path.join(self.root, "home")
         os.makedirs(self.env["HOME"])
 
@@ -38,27 +37,14 @@ class GuidesSandbox(Sandbox):
         return os.path.join(users, names[0], "root.key") if names else None
 
     def start(self, args, extra_env=None):
-        """Starts the driver with `args`; its output and errors go to files of their own (read by finish): a
-        pipe would stay open in the Wine server that a Windows run starts and that outlives it."""
-        self.runs += 1
-        out = os.path.join(self.root, "out%d" % self.runs)
-        err = os.path.join(self.root, "err%d" % self.runs)
-        with open(out, "wb") as out_file, open(err, "wb") as err_file:
-            process = self.start_program([self.driver] + list(args), extra_env, stdout=out_file, stderr=err_file)
-        process.driver_args, process.paths = list(args), (out, err)
-        return process
+        """Starts the driver with `args` (its output read by finish)."""
+        return self.start_quietly([self.driver] + list(args), extra_env)
 
     def finish(self, process):
         """Waits for a run of start; its output. Fails unless the driver exited with 0."""
-        try:
-            process.wait(timeout=HANG_GUARD)
-        finally:
-            if process.returncode is None:
-                process.kill()
-                process.wait()
-        out, err = (read_text(path) for path in process.paths)
-        if process.returncode != 0:
-            raise Failure("driver %s exited with %d: %s" % (" ".join(process.driver_args), process.returncode, err))
+        status, out, err = self.ended(process, HANG_GUARD)
+        if status != 0:
+            raise Failure("%s exited with %d: %s" % (" ".join(process.args), status, err))
         return out.strip()
 
     def drive(self, *args, extra_env=None):
@@ -69,11 +55,6 @@ class GuidesSandbox(Sandbox):
         lines = self.lines_as_on_posix()
         self.forget_lines()
         return lines
-
-
-def read_text(path):
-    with open(path, encoding="utf-8", errors="replace") as f:
-        return f.read()
 
 
 NEW_KEY = box("A new key has been created, please backup the file, preferably to another storage device.",

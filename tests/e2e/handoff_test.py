@@ -10,7 +10,6 @@ gate (no sensor here: message 1059, status 5) or, for a search, straight to the 
 Exit status 0 when the case passes, 1 when it fails.
 """
 import os
-import subprocess
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
@@ -31,16 +30,10 @@ class HandoffSandbox(Sandbox):
             self.files[self.write(name, content)] = content
 
     def velq_run(self, args, **extra_env):
-        """velq with `args` in the sandbox's folder; (exit status, standard error). The error goes to a
-        file: a pipe would stay open in a Wine server that the run starts and that outlives it."""
+        """velq with `args` in the sandbox's folder; (exit status, standard error)."""
         self.forget_lines()
-        errors = os.path.join(self.root, "velq.stderr")
-        with open(errors, "wb") as err:
-            process = self.start_program([self.velq] + args, extra_env, cwd=self.root, stdout=subprocess.DEVNULL,
-                                         stderr=err)
-            status = process.wait(timeout=120)
-        with open(errors, encoding="utf-8", errors="replace") as f:
-            return status, f.read()
+        status, _, err = self.run_quietly([self.velq] + args, extra_env, cwd=self.root)
+        return status, err
 
     def check_clean(self):
         """The files are as they were, and no object of the hand-off is left in the runtime folder."""
@@ -148,11 +141,7 @@ def case_wrong_use(sandbox):
     open(semi, "w").close()
     status, err = sandbox.velq_run(["encrypt", sandbox.program_path(semi)])
     expect(status == 1 and '";"' in err, "a path with ';': %d %r" % (status, err))
-    help_text = os.path.join(sandbox.root, "help.txt")
-    with open(help_text, "wb") as out:
-        status = sandbox.start_program([sandbox.velq, "--help"], stdout=out, stderr=subprocess.DEVNULL).wait(timeout=120)
-    with open(help_text, encoding="utf-8", errors="replace") as f:
-        text = f.read()
+    status, text, _ = sandbox.run_quietly([sandbox.velq, "--help"])
     expect(status == 0 and "velq encrypt PATH" in text, "--help: %r" % text)
 
 

@@ -17,7 +17,6 @@ import hashlib
 import os
 import shutil
 import stat
-import subprocess
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
@@ -49,16 +48,8 @@ class MainSandbox(Sandbox):
         """Runs one request; returns (exit status, transcript lines as objects)."""
         self.write_answers(answers)
         self.forget_lines()
-        # No pipes: one would stay open in whatever the program starts that outlives it (the Wine server),
-        # so its end would not mark the program's end.
-        process = self.start_program(argv, extra_env, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        try:
-            process.wait(timeout=HANG_GUARD)
-        finally:
-            if process.returncode is None:
-                process.kill()
-                process.wait()
-        return process.returncode, self.lines()
+        status, _, _ = self.run_quietly(argv, extra_env, hang_guard=HANG_GUARD)
+        return status, self.lines()
 
     def velq_on_folder(self, verb, folder, answers=()):
         return self.run([self.velq, verb, self.program_path(folder)], answers)

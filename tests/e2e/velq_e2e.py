@@ -17,6 +17,7 @@ import tempfile
 import time
 
 SKIP = 77
+RUN_HANG_GUARD = 120  # a guard against a hang of one program's run only; no case relies on how long it takes
 SANITIZER_OPTIONS = ("ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS")
 
 # A system bus of a test's own (dbus-daemon --config-file): anyone may own any name and send anything.
@@ -65,6 +66,11 @@ GATE_LINES = [
     {"ui": "cursor", "id": 32512},
     messagebox("Failed to open the sensor.", "Error", 16, 1, True),
 ]
+
+
+def read_text(path):
+    with open(path, encoding="utf-8", errors="replace") as f:
+        return f.read()
 
 
 def read_transcript(path):
@@ -137,6 +143,7 @@ class Sandbox:
             "TMPDIR": self.root,
         }
         self.env.update(env)
+        self._runs = 0
         for name in SANITIZER_OPTIONS:
             if name in os.environ:
                 self.env[name] = os.environ[name]
@@ -169,6 +176,34 @@ class Sandbox:
         added; `popen` as subprocess.Popen takes it. Returns the process."""
         env = self.system.program_env(dict(self.env, **(extra_env or {})))
         return subprocess.Popen(self.system.argv(args), env=env, **popen)
+
+    def start_quietly(self, args, extra_env=None, cwd=None):
+        """start_program with the output and errors going to files of the sandbox (read by ended): a pipe
+        would stay open in a Wine server that the run starts and that outlives it, so its end would not mark
+        the program's end."""
+        self._runs += 1
+        files = tuple(os.path.join(self.root, "%s-%d" % (kind, self._runs)) for kind in ("stdout", "stderr"))
+        with open(files[0], "wb") as out, open(files[1], "wb") as err:
+            process = self.start_program(args, extra_env, cwd=cwd, stdout=out, stderr=err)
+        process.output_files = files
+        return process
+
+    @staticmethod
+    def ended(process, hang_guard=RUN_HANG_GUARD):
+        """Waits for a process of start_quietly, killed when it outlives the hang guard (which then fails
+        the case): (exit status, output, errors)."""
+        try:
+            process.wait(timeout=hang_guard)
+        finally:
+            if process.returncode is None:
+                process.kill()
+                process.wait()
+        out, err = (read_text(path) for path in process.output_files)
+        return process.returncode, out, err
+
+    def run_quietly(self, args, extra_env=None, cwd=None, hang_guard=RUN_HANG_GUARD):
+        """Runs `args` to its end through start_quietly: (exit status, output, errors)."""
+        return self.ended(self.start_quietly(args, extra_env, cwd), hang_guard)
 
     def write_answers(self, lines):
         """The scripted UI's answers, one a line."""
