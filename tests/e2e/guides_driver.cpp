@@ -19,7 +19,7 @@ int main(int argc, char** argv) {
     // the layer reads the wide command line there (as the program's entry does) and argv elsewhere.
     const std::vector<std::string> args = plat::commandLineArguments(argc, argv);
     if (args.empty()) {
-        std::fprintf(stderr, "usage: guides_driver backup|recover|search PATH...\n");
+        static_cast<void>(std::fprintf(stderr, "usage: guides_driver backup|recover|search PATH...\n"));
         return 2;
     }
     const std::string& command = args[0];
@@ -41,6 +41,6 @@ int main(int argc, char** argv) {
         VELQShellExtProc proc({}, {}, folders, {}, uMenuType);
         return proc.run() == 1 ? 0 : 1;
     }
-    std::fprintf(stderr, "guides_driver: unknown command %s\n", command.c_str());
+    static_cast<void>(std::fprintf(stderr, "guides_driver: unknown command %s\n", command.c_str()));
     return 2;
 }
