@@ -10,6 +10,29 @@
 # unit tests.
 find_program(VELQ_PYTHON3 python3 NO_CMAKE_FIND_ROOT_PATH)
 set(VELQ_LINUX_PROGRAM "" CACHE FILEPATH "The Linux VELQFileEncrypt for the cross-system end-to-end case")
+
+# One ctest test per case of an end-to-end driver against the Windows programs: e2e_windows_<group>_<case>
+# runs `python3 DRIVER ARGS... wine-run.sh wine64 PREFIX case` (PREFIX: the tree's prefix unless given),
+# labelled e2e, 77 being a skip, with its TIMEOUT, the RESOURCE_LOCKs of LOCKS and an ENVIRONMENT entry.
+function(velq_windows_e2e group driver)
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "PREFIX;TIMEOUT;ENVIRONMENT" "ARGS;CASES;LOCKS")
+    if(NOT arg_PREFIX)
+        set(arg_PREFIX ${CMAKE_BINARY_DIR}/wineprefix)
+    endif()
+    foreach(case ${arg_CASES})
+        set(test e2e_windows_${group}_${case})
+        add_test(NAME ${test}
+                 COMMAND ${VELQ_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/${driver} ${arg_ARGS}
+                         ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh ${VELQ_WINE64} ${arg_PREFIX} ${case})
+        set_tests_properties(${test} PROPERTIES LABELS e2e TIMEOUT ${arg_TIMEOUT} SKIP_RETURN_CODE 77)
+        if(arg_LOCKS)
+            set_tests_properties(${test} PROPERTIES RESOURCE_LOCK "${arg_LOCKS}")
+        endif()
+        if(arg_ENVIRONMENT)
+            set_tests_properties(${test} PROPERTIES ENVIRONMENT "${arg_ENVIRONMENT}")
+        endif()
+    endforeach()
+endfunction()
 if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
     foreach(case progress_and_error_list search cross_system)
         add_test(NAME e2e_windows_${case}
@@ -25,13 +48,8 @@ endif()
 # The program's entry and roads (front_roads_test.py, as on Linux): every road reaches the gate, which finds
 # no sensor. null_cmdline is left out: a Windows program always has a command line (argc 0 is POSIX's).
 if(TARGET VELQFileEncrypt AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
-    foreach(case empty_cmdline plain_path single_file menu_type_3 handoff)
-        add_test(NAME e2e_windows_front_${case}
-                 COMMAND ${VELQ_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/front_roads_test.py
-                         $<TARGET_FILE:VELQFileEncrypt> ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
-                         ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix ${case})
-        set_tests_properties(e2e_windows_front_${case} PROPERTIES LABELS e2e TIMEOUT 120 SKIP_RETURN_CODE 77)
-    endforeach()
+    velq_windows_e2e(front front_roads_test.py ARGS $<TARGET_FILE:VELQFileEncrypt> TIMEOUT 120
+                     CASES empty_cmdline plain_path single_file menu_type_3 handoff)
 endif()
 
 # The hand-off through velq.exe (handoff_test.py, as on Linux), with Windows' own named objects and the
@@ -39,29 +57,19 @@ endif()
 if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
     add_executable(handoff_stand_in handoff_stand_in.cpp)
     target_link_libraries(handoff_stand_in PRIVATE velq_warnings)
-    foreach(case paths_reach_the_gate search_without_the_gate malformed_texts_fail_quietly menu_type_read_whole
-            program_that_never_signals wrong_use)
-        add_test(NAME e2e_windows_handoff_${case}
-                 COMMAND ${VELQ_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/handoff_test.py $<TARGET_FILE:velq>
-                         $<TARGET_FILE:VELQFileEncrypt> ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
-                         ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix ${case})
-        set_tests_properties(e2e_windows_handoff_${case} PROPERTIES LABELS e2e TIMEOUT 180 SKIP_RETURN_CODE 77
-                             ENVIRONMENT "VELQ_HANDOFF_STAND_IN=$<TARGET_FILE:handoff_stand_in>")
-    endforeach()
+    velq_windows_e2e(handoff handoff_test.py ARGS $<TARGET_FILE:velq> $<TARGET_FILE:VELQFileEncrypt> TIMEOUT 180
+                     ENVIRONMENT "VELQ_HANDOFF_STAND_IN=$<TARGET_FILE:handoff_stand_in>"
+                     CASES paths_reach_the_gate search_without_the_gate malformed_texts_fail_quietly
+                           menu_type_read_whole program_that_never_signals wrong_use)
 endif()
 
 # velq collect (collect_test.py, as on Linux): the items of one selection, each started on its own as Explorer
 # starts them, become one request of the Windows program. Its encryptions take turns on the prefix's
 # temporary folder with the other runs that prove files, and its first key's backup with the other guides.
 if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
-    foreach(case selection_becomes_one_request later_invocation_starts_anew wrong_use)
-        add_test(NAME e2e_windows_collect_${case}
-                 COMMAND ${VELQ_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/collect_test.py $<TARGET_FILE:velq>
-                         $<TARGET_FILE:VELQFileEncrypt> ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
-                         ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix ${case})
-        set_tests_properties(e2e_windows_collect_${case} PROPERTIES LABELS e2e TIMEOUT 300 SKIP_RETURN_CODE 77
-                             RESOURCE_LOCK "wineprefix-temp;wineprefix-key-guides")
-    endforeach()
+    velq_windows_e2e(collect collect_test.py ARGS $<TARGET_FILE:velq> $<TARGET_FILE:VELQFileEncrypt> TIMEOUT 300
+                     LOCKS wineprefix-temp wineprefix-key-guides
+                     CASES selection_becomes_one_request later_invocation_starts_anew wrong_use)
 endif()
 
 # The core's main-job cases (main_job_test.py, as on Linux) against the Windows programs in the same
@@ -72,28 +80,17 @@ endif()
 # shares: the runs that encrypt or decrypt take turns (RESOURCE_LOCK wineprefix-temp), as two batches of
 # one user on files of the same name would otherwise meet there.
 if(TARGET VELQFileEncrypt AND TARGET velq AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
-    foreach(case first_encryption folder_round_trip damaged_file key_recovery cancel replace_question)
-        add_test(NAME e2e_windows_main_${case}
-                 COMMAND ${VELQ_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/main_job_test.py
-                         $<TARGET_FILE:VELQFileEncrypt> $<TARGET_FILE:velq>
-                         ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
-                         ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix ${case})
-        set_tests_properties(e2e_windows_main_${case} PROPERTIES LABELS e2e TIMEOUT 600 SKIP_RETURN_CODE 77
-                             RESOURCE_LOCK "wineprefix-temp;wineprefix-key-guides")
-    endforeach()
+    velq_windows_e2e(main main_job_test.py ARGS $<TARGET_FILE:VELQFileEncrypt> $<TARGET_FILE:velq> TIMEOUT 600
+                     LOCKS wineprefix-temp wineprefix-key-guides
+                     CASES first_encryption folder_round_trip damaged_file key_recovery cancel replace_question)
 endif()
 
 # The fingerprint gate's cases (gate_test.py, as on Linux) against the Windows program in the same prefix.
 # killed_holder is left out: on Windows the turn is a named auto-reset event, which a process killed in its
 # turn never sets, so the next process waits for ever (the driver skips it there, saying so).
 if(TARGET VELQFileEncrypt AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
-    foreach(case plain_path single_file refused not_closing not_enrolled taking_turns)
-        add_test(NAME e2e_windows_gate_${case}
-                 COMMAND ${VELQ_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/gate_test.py $<TARGET_FILE:VELQFileEncrypt>
-                         ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
-                         ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix ${case})
-        set_tests_properties(e2e_windows_gate_${case} PROPERTIES LABELS e2e TIMEOUT 300 SKIP_RETURN_CODE 77)
-    endforeach()
+    velq_windows_e2e(gate gate_test.py ARGS $<TARGET_FILE:VELQFileEncrypt> TIMEOUT 300
+                     CASES plain_path single_file refused not_closing not_enrolled taking_turns)
 endif()
 
 # The native windows on a private X display (Xvfb), answered by key presses; skipped (77) without Xvfb or
@@ -101,16 +98,11 @@ endif()
 # the prefix's server when it is done.
 if(TARGET VELQFileEncrypt AND TARGET velq AND TARGET velqmsg AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8
    AND VELQ_PYTHON3)
-    foreach(case message_box_answers first_encryption_with_backup key_recovered_from_backup wait_window_closed
-            cancelled_progress_and_error_list error_list_copied_and_closed)
-        add_test(NAME e2e_windows_gui_${case}
-                 COMMAND ${VELQ_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/windows_gui_test.py
-                         $<TARGET_FILE:VELQFileEncrypt> $<TARGET_FILE:velq> $<TARGET_FILE:velqmsg>
-                         ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
-                         ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix-windows ${case})
-        set_tests_properties(e2e_windows_gui_${case} PROPERTIES LABELS e2e TIMEOUT 600 SKIP_RETURN_CODE 77
-                             RESOURCE_LOCK wineprefix-windows)
-    endforeach()
+    velq_windows_e2e(gui windows_gui_test.py
+                     ARGS $<TARGET_FILE:VELQFileEncrypt> $<TARGET_FILE:velq> $<TARGET_FILE:velqmsg>
+                     PREFIX ${CMAKE_BINARY_DIR}/wineprefix-windows TIMEOUT 600 LOCKS wineprefix-windows
+                     CASES message_box_answers first_encryption_with_backup key_recovered_from_backup
+                           wait_window_closed cancelled_progress_and_error_list error_list_copied_and_closed)
 endif()
 
 # The key guides and the search in processes of their own (guides_test.py, as on Linux): guides_driver runs
@@ -123,14 +115,8 @@ if(TARGET velq_app)
     velq_add_windows_resources(guides_driver program)
 endif()
 if(TARGET guides_driver AND VELQ_WINE64 AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND VELQ_PYTHON3)
-    foreach(case backup_then_recovery cancelled_backup second_backup_process search_locations)
-        add_test(NAME e2e_windows_guides_${case}
-                 COMMAND ${VELQ_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/guides_test.py $<TARGET_FILE:guides_driver>
-                         ${PROJECT_SOURCE_DIR}/cmake/toolchains/wine-run.sh
-                         ${VELQ_WINE64} ${CMAKE_BINARY_DIR}/wineprefix ${case})
-        set_tests_properties(e2e_windows_guides_${case} PROPERTIES LABELS e2e TIMEOUT 300 SKIP_RETURN_CODE 77)
-        if(NOT case STREQUAL "search_locations")
-            set_tests_properties(e2e_windows_guides_${case} PROPERTIES RESOURCE_LOCK wineprefix-key-guides)
-        endif()
-    endforeach()
+    velq_windows_e2e(guides guides_test.py ARGS $<TARGET_FILE:guides_driver> TIMEOUT 300
+                     LOCKS wineprefix-key-guides
+                     CASES backup_then_recovery cancelled_backup second_backup_process)
+    velq_windows_e2e(guides guides_test.py ARGS $<TARGET_FILE:guides_driver> TIMEOUT 300 CASES search_locations)
 endif()
