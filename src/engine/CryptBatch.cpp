@@ -215,6 +215,8 @@ int VELQCryptFile::_processAllFiles(int mode) {
     const bool bEncrypt = mode == CRYPT_MODE_ENCRYPT;
     VELQ_LOG(DBG_LEVEL_TRC, u" (_processAllFiles)", u"%s = %s", u"bEncrypt", bEncrypt ? u"true" : u"false");
 
+    // The files the loop is done with are deleted beside its next file; the batch ends once they are gone.
+    m_fileRemover.beginBatch();
     std::size_t i = 0;
     while (i < m_vFileInfos.size()) {
         _updateFileCountLine(static_cast<plat::DWORD>(i + 1), mode);
@@ -248,6 +250,7 @@ int VELQCryptFile::_processAllFiles(int mode) {
         }
         ++i;
     }
+    m_fileRemover.endBatch();
     return CRYPT_S_OK;
 }
 

@@ -3,6 +3,7 @@
 // attributes and length, and deleting what has to go.
 #include <cstdint>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -52,33 +53,11 @@ std::uint64_t dataAreaLength(std::uint64_t nPlainBytes) {
     return ((nPlainBytes + 31) & ~std::uint64_t{31}) + 16;
 }
 
-// Whether `path` must lose its read-only attribute before it can be deleted: by the attributes the record
-// holds, or by those the file has now. A decrypted file gets the stored attributes, whose mode (carried in
-// the high bits) may deny writing without the read-only bit among them.
-bool isReadOnly(const std::u16string& path, plat::DWORD dwRecorded) {
-    if ((dwRecorded & plat::FILE_ATTRIBUTE_READONLY) != 0) {
-        return true;
-    }
-    const plat::DWORD dwNow = plat::GetFileAttributesW(path.c_str());
-    return dwNow != plat::INVALID_FILE_ATTRIBUTES && (dwNow & plat::FILE_ATTRIBUTE_READONLY) != 0;
-}
-
-// Deletes `path`, clearing its read-only attribute first. A failure is only logged.
-void clearAndDelete(const std::u16string& path, plat::DWORD dwRecorded) {
-    if (isReadOnly(path, dwRecorded)) {
-        plat::SetFileAttributesW(path.c_str(), plat::FILE_ATTRIBUTE_NORMAL);
-    }
-    if (!plat::DeleteFileW(path.c_str())) {
-        VELQ_LOG(DBG_LEVEL_TRC, u" (_deleteFiles)", u"Delete file failure! Error code: %d",
-                 static_cast<int>(plat::GetLastError()));
-    }
-}
-
-// Removes a file that this pass created. The last error of the failure that led here is kept, so the
-// caller can still report it.
-void removeCreatedFile(const std::u16string& path, plat::DWORD dwAttributes) {
+// Removes a file that this pass created, at once. The last error of the failure that led here is kept, so
+// the caller can still report it.
+void removeCreatedFile(FileRemover& remover, const std::u16string& path, plat::DWORD dwAttributes) {
     const plat::DWORD dwError = plat::GetLastError();
-    clearAndDelete(path, dwAttributes);
+    remover.remove(path, dwAttributes, std::nullopt);
     plat::SetLastError(dwError);
 }
 
@@ -86,6 +65,47 @@ void removeCreatedFile(const std::u16string& path, plat::DWORD dwAttributes) {
 std::u16string storedName(const DestFileHeader& header) {
     const std::u16string_view field(header.m_szFileName, std::size(header.m_szFileName));
     return std::u16string(field.substr(0, field.find(u'\0')));
+}
+
+bool isNameTaken(plat::DWORD dwError) {
+    return dwError == plat::ERROR_FILE_EXISTS || dwError == plat::ERROR_ALREADY_EXISTS;
+}
+
+plat::HANDLE createDestination(const std::u16string& path, plat::DWORD dwDisposition,
+                               plat::DWORD dwAttributes) {
+    return plat::CreateFileW(path.c_str(), plat::GENERIC_READ | plat::GENERIC_WRITE, 0, nullptr,
+                             dwDisposition, dwAttributes, nullptr);
+}
+
+// Whether a file of `path` exists, once a file of that name waiting for its deletion is gone.
+bool destinationTaken(FileRemover& remover, const std::u16string& path) {
+    return plat::PathFileExistsW(path.c_str()) &&
+           (!remover.waitForPending() || plat::PathFileExistsW(path.c_str()));
+}
+
+plat::HANDLE openSourcePath(const FileInfo& info) {
+    return plat::CreateFileW(info.m_szFilePath.c_str(), plat::GENERIC_READ, 0, nullptr, plat::OPEN_EXISTING,
+                             plat::FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+// Opens the record's source. Inside a batch its identity is kept for its deletion, and a file that still
+// waits for its deletion is opened again once the deletions are done: the open answers as if every
+// deletion had been done at once (FileRemover.h).
+plat::HANDLE openSource(FileRemover& remover, FileInfo& info) {
+    plat::HANDLE hFile = openSourcePath(info);
+    info.m_sourceIdentity.reset();
+    if (hFile == plat::INVALID_HANDLE_VALUE || !remover.inBatch()) {
+        return hFile;
+    }
+    std::optional<FileRemover::Identity> identity = FileRemover::identityOf(hFile);
+    if (identity.has_value() && remover.isPending(*identity)) {
+        plat::CloseHandle(hFile);
+        remover.waitForPending();
+        hFile = openSourcePath(info);
+        identity = FileRemover::identityOf(hFile);
+    }
+    info.m_sourceIdentity = identity;
+    return hFile;
 }
 
 }  // namespace
@@ -96,8 +116,7 @@ int VELQCryptFile::_openFile(FileInfo* lpFileInfos) {
         VELQ_LOG_FAILURE(u" (_openFile)", CRYPT_E_GENERAL);
         return CRYPT_E_GENERAL;
     }
-    plat::HANDLE hFile = plat::CreateFileW(lpFileInfos->m_szFilePath.c_str(), plat::GENERIC_READ, 0, nullptr,
-                                           plat::OPEN_EXISTING, plat::FILE_ATTRIBUTE_NORMAL, nullptr);
+    plat::HANDLE hFile = openSource(m_fileRemover, *lpFileInfos);
     if (hFile == plat::INVALID_HANDLE_VALUE) {
         const int nError = static_cast<int>(plat::GetLastError());
         VELQ_LOG_FAILURE(u" (_openFile)", nError);
@@ -173,7 +192,7 @@ plat::BOOL VELQCryptFile::_replaceDestFile(FileInfo* lpFileInfos, plat::BOOL bUn
         return plat::FALSE;
     }
     const std::u16string& destPath = lpFileInfos->m_sDestFileInfo.m_szDestFilePath;
-    if (bUnattended || !plat::PathFileExistsW(destPath.c_str())) {
+    if (bUnattended || !destinationTaken(m_fileRemover, destPath)) {
         return plat::TRUE;
     }
     const std::u16string text = destPath + u"\n" + loadResString(kTextReplaceExisting);
@@ -203,15 +222,16 @@ int VELQCryptFile::_createFile(FileInfo* lpFileInfos, plat::BOOL bUnattended) {
     // nothing of its name exists, in the same step (no window between a test and the creation).
     const plat::DWORD dwAttributes =
         bUnattended ? plat::FILE_ATTRIBUTE_READONLY : dest.m_DestFileHeader.m_dwAttributes;
-    plat::HANDLE hDestFile =
-        plat::CreateFileW(dest.m_szDestFilePath.c_str(), plat::GENERIC_READ | plat::GENERIC_WRITE, 0, nullptr,
-                          bUnattended ? plat::CREATE_NEW : plat::CREATE_ALWAYS, dwAttributes, nullptr);
+    const plat::DWORD dwDisposition = bUnattended ? plat::CREATE_NEW : plat::CREATE_ALWAYS;
+    plat::HANDLE hDestFile = createDestination(dest.m_szDestFilePath, dwDisposition, dwAttributes);
+    // The name may be taken by a file that waits for its deletion (FileRemover.h).
+    if (hDestFile == plat::INVALID_HANDLE_VALUE && isNameTaken(plat::GetLastError()) &&
+        m_fileRemover.waitForPending()) {
+        hDestFile = createDestination(dest.m_szDestFilePath, dwDisposition, dwAttributes);
+    }
     if (hDestFile == plat::INVALID_HANDLE_VALUE) {
         const plat::DWORD dwError = plat::GetLastError();
-        const int nError =
-            bUnattended && (dwError == plat::ERROR_FILE_EXISTS || dwError == plat::ERROR_ALREADY_EXISTS)
-                ? CRYPT_E_WRITE
-                : static_cast<int>(dwError);
+        const int nError = bUnattended && isNameTaken(dwError) ? CRYPT_E_WRITE : static_cast<int>(dwError);
         VELQ_LOG_FAILURE(u" (_createFile)", nError);
         return nError;
     }
@@ -244,7 +264,7 @@ int VELQCryptFile::_createFile(FileInfo* lpFileInfos, plat::BOOL bUnattended) {
         plat::CloseHandle(hDestFile);
         dest.m_hDestFile = plat::INVALID_HANDLE_VALUE;
         dest.m_bDestOpened = plat::FALSE;
-        removeCreatedFile(dest.m_szDestFilePath, dwAttributes);
+        removeCreatedFile(m_fileRemover, dest.m_szDestFilePath, dwAttributes);
         VELQ_LOG_FAILURE(u" (_createFile)", nError);
         return nError;
     }
@@ -257,6 +277,12 @@ void VELQCryptFile::_deleteFiles(FileInfo* lpFileInfos, plat::BOOL bSource) {
     if (lpFileInfos == nullptr) {
         return;
     }
+    // A destination is known by its open handle; a source by the identity its opening kept (its handle
+    // may be closed already). Either may then be deleted beside the batch's next file.
+    const std::optional<FileRemover::Identity> identity =
+        bSource                   ? lpFileInfos->m_sourceIdentity
+        : m_fileRemover.inBatch() ? FileRemover::identityOf(lpFileInfos->m_sDestFileInfo.m_hDestFile)
+                                  : std::nullopt;
     // Whichever side goes, the record's files are closed first: their locks would not stop the deletion
     // here, but a file must never be written after it is gone.
     _closeFileHandles(lpFileInfos);
@@ -264,5 +290,5 @@ void VELQCryptFile::_deleteFiles(FileInfo* lpFileInfos, plat::BOOL bSource) {
         bSource ? lpFileInfos->m_szFilePath : lpFileInfos->m_sDestFileInfo.m_szDestFilePath;
     const plat::DWORD dwAttributes =
         bSource ? lpFileInfos->m_dwFileAttributes : lpFileInfos->m_sDestFileInfo.m_dwDestFileAttributes;
-    clearAndDelete(path, dwAttributes);
+    m_fileRemover.remove(path, dwAttributes, identity);
 }

@@ -7,6 +7,7 @@
 //   CryptResultMessage.cpp  the result codes' row texts
 //   file format, crypt scene, file access, encrypting and decrypting one file, progress, error list:
 //                           each in a source file of its own, added to velq_engine as it lands.
+// The batch's deletions, done beside its next file's work, are a class of their own (FileRemover.h).
 //
 // Results: every operation that gives a result gives a signed 32-bit number, 0 for success. Three kinds
 // share it: the engine's own negative codes (CRYPT_E_* below), Win32 error numbers as GetLastError gave
@@ -16,9 +17,11 @@
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "engine/FileRemover.h"
 #include "plat/types.h"
 #include "ui/VELQProgressDialog.h"
 
@@ -94,6 +97,9 @@ struct FileInfo {
     plat::BOOL m_bProceed = plat::TRUE;     // cleared when the person refuses to replace
     DestFileInfo m_sDestFileInfo;
     int m_nCryptMode = CRYPT_MODE_NONE;  // mode of the running pass
+    // Kept besides the fields above: the source's identity, taken when a batch opened it, by which its
+    // deletion may wait on the batch's remover (FileRemover).
+    std::optional<FileRemover::Identity> m_sourceIdentity;
 };
 
 // A buffer of the batch, allocated once by the constructor (null and 0 when that failed).
@@ -238,4 +244,7 @@ private:
     // The records before m_nSummedFiles, finished, and the sum of their percents (_percentSum).
     plat::DWORD m_nSummedFiles;
     float m_fSummedPercent;
+    // Deletes what the batch is done with, beside the next file's work (FileRemover.h). Last, so that it
+    // is destroyed first: its thread ends before anything else of the object goes.
+    FileRemover m_fileRemover;
 };

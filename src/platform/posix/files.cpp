@@ -444,6 +444,33 @@ BOOL GetFileSizeEx(HANDLE hFile, PLARGE_INTEGER lpFileSize) {
     return TRUE;
 }
 
+BOOL GetFileInformationByHandle(HANDLE hFile, LPBY_HANDLE_FILE_INFORMATION lpFileInformation) {
+    FileObject* file = fileForBytes(hFile);
+    if (file == nullptr) {
+        return FALSE;
+    }
+    struct stat st {};
+    if (lpFileInformation == nullptr || ::fstat(file->fd(), &st) != 0) {
+        setLastErrorFromErrno(lpFileInformation == nullptr ? EINVAL : errno);
+        return FALSE;
+    }
+    const auto device = static_cast<ULONGLONG>(st.st_dev);
+    const auto index = static_cast<ULONGLONG>(st.st_ino);
+    const auto size = static_cast<ULONGLONG>(st.st_size);
+    BY_HANDLE_FILE_INFORMATION& info = *lpFileInformation;
+    info.dwFileAttributes = attributesFromStat(st);
+    info.ftCreationTime = fileTimeFromTimespec(st.st_mtim);
+    info.ftLastAccessTime = fileTimeFromTimespec(st.st_atim);
+    info.ftLastWriteTime = fileTimeFromTimespec(st.st_mtim);
+    info.dwVolumeSerialNumber = static_cast<DWORD>(device ^ (device >> 32));
+    info.nFileSizeHigh = static_cast<DWORD>(size >> 32);
+    info.nFileSizeLow = static_cast<DWORD>(size);
+    info.nNumberOfLinks = static_cast<DWORD>(st.st_nlink);
+    info.nFileIndexHigh = static_cast<DWORD>(index >> 32);
+    info.nFileIndexLow = static_cast<DWORD>(index);
+    return TRUE;
+}
+
 DWORD GetFileSize(HANDLE hFile, DWORD* lpFileSizeHigh) {
     LARGE_INTEGER size{};
     if (!GetFileSizeEx(hFile, &size)) {

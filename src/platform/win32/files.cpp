@@ -85,6 +85,12 @@ DWORD GetFileSize(HANDLE hFile, DWORD* lpFileSizeHigh) {
     return low;
 }
 
+// The record's layout is the API's (checked in type_checks.cpp), so the API fills it in place.
+BOOL GetFileInformationByHandle(HANDLE hFile, LPBY_HANDLE_FILE_INFORMATION lpFileInformation) {
+    return ::GetFileInformationByHandle(native(hFile),
+                                        reinterpret_cast<::LPBY_HANDLE_FILE_INFORMATION>(lpFileInformation));
+}
+
 BOOL GetFileSizeEx(HANDLE hFile, PLARGE_INTEGER lpFileSize) {
     ::LARGE_INTEGER size{};
     const BOOL ok = ::GetFileSizeEx(native(hFile), &size);

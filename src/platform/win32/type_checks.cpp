@@ -34,6 +34,11 @@ static_assert(sameShape<plat::FILETIME, ::FILETIME>);
 static_assert(sameShape<plat::WIN32_FIND_DATAW, ::WIN32_FIND_DATAW>);
 static_assert(offsetof(plat::WIN32_FIND_DATAW, nFileSizeLow) == offsetof(::WIN32_FIND_DATAW, nFileSizeLow));
 static_assert(offsetof(plat::WIN32_FIND_DATAW, cFileName) == offsetof(::WIN32_FIND_DATAW, cFileName));
+static_assert(sameShape<plat::BY_HANDLE_FILE_INFORMATION, ::BY_HANDLE_FILE_INFORMATION>);
+static_assert(offsetof(plat::BY_HANDLE_FILE_INFORMATION, dwVolumeSerialNumber) ==
+              offsetof(::BY_HANDLE_FILE_INFORMATION, dwVolumeSerialNumber));
+static_assert(offsetof(plat::BY_HANDLE_FILE_INFORMATION, nFileIndexLow) ==
+              offsetof(::BY_HANDLE_FILE_INFORMATION, nFileIndexLow));
 static_assert(sameShape<plat::LARGE_INTEGER, ::LARGE_INTEGER>);
 static_assert(sameShape<plat::MSG, ::MSG> && offsetof(plat::MSG, time) == offsetof(::MSG, time));
 static_assert(sameShape<plat::POINT, ::POINT>);

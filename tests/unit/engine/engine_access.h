@@ -58,6 +58,8 @@ public:
     }
     static int encryptFile(VELQCryptFile& engine, FileInfo* info) { return engine._encryptFile(info); }
     static int decryptFile(VELQCryptFile& engine, FileInfo* info) { return engine._decryptFile(info); }
+    static int processAllFiles(VELQCryptFile& engine, int mode) { return engine._processAllFiles(mode); }
+    static FileRemover& fileRemover(VELQCryptFile& engine) { return engine.m_fileRemover; }
 };
 
 namespace engine_test {

@@ -313,6 +313,39 @@ TEST_F(Files, WrongHandlesAreRefusedWithSix) {
     EXPECT_EQ(plat::GetLastError(), plat::ERROR_INVALID_HANDLE);
 }
 
+// The volume and index of an open file name the file, not the path: a second name (a hard link) gives
+// the same ones, another file another index.
+TEST_F(Files, InformationByHandleNamesTheFileWhateverItsName) {
+    writeText("a", "12345");
+    writeText("b", "x");
+    std::filesystem::create_hard_link(path("a"), path("a2"));
+    ASSERT_TRUE(plat::SetFileAttributesW(wpath("b").c_str(), plat::FILE_ATTRIBUTE_READONLY));
+    plat::BY_HANDLE_FILE_INFORMATION infos[3]{};
+    const char* names[3] = {"a", "a2", "b"};
+    for (int i = 0; i < 3; ++i) {
+        HANDLE h = open(names[i], plat::GENERIC_READ, plat::FILE_SHARE_READ, plat::OPEN_EXISTING);
+        ASSERT_NE(h, plat::INVALID_HANDLE_VALUE) << names[i];
+        EXPECT_TRUE(plat::GetFileInformationByHandle(h, &infos[i])) << names[i];
+        plat::CloseHandle(h);
+    }
+    const auto sameFile = [](const plat::BY_HANDLE_FILE_INFORMATION& x,
+                             const plat::BY_HANDLE_FILE_INFORMATION& y) {
+        return x.dwVolumeSerialNumber == y.dwVolumeSerialNumber && x.nFileIndexHigh == y.nFileIndexHigh &&
+               x.nFileIndexLow == y.nFileIndexLow;
+    };
+    EXPECT_TRUE(sameFile(infos[0], infos[1]));
+    EXPECT_FALSE(sameFile(infos[0], infos[2]));
+    EXPECT_EQ(infos[0].nFileSizeLow, 5u);
+    EXPECT_EQ(infos[0].nFileSizeHigh, 0u);
+    EXPECT_EQ(infos[0].nNumberOfLinks, 2u);
+    EXPECT_EQ(infos[0].dwFileAttributes & plat::FILE_ATTRIBUTE_READONLY, 0u);
+    EXPECT_NE(infos[2].dwFileAttributes & plat::FILE_ATTRIBUTE_READONLY, 0u);
+    plat::SetFileAttributesW(wpath("b").c_str(), plat::FILE_ATTRIBUTE_NORMAL);
+
+    EXPECT_FALSE(plat::GetFileInformationByHandle(plat::INVALID_HANDLE_VALUE, &infos[0]));
+    EXPECT_EQ(plat::GetLastError(), plat::ERROR_INVALID_HANDLE);
+}
+
 #ifndef _WIN32
 // What POSIX alone has: the mode carried in the attributes, the umask, a device that is always full, a
 // mount of one's own, and a second process made by fork. On Windows a share mode keeps out every other

@@ -104,6 +104,25 @@ BOOL SetEndOfFile(HANDLE hFile);
 DWORD GetFileSize(HANDLE hFile, DWORD* lpFileSizeHigh);
 BOOL GetFileSizeEx(HANDLE hFile, PLARGE_INTEGER lpFileSize);
 
+// What is known of an open file. The volume and the index name the file itself, whatever path led to it
+// (a link, a second name): two handles with equal volume and index are one file. On POSIX the volume is
+// the device number folded to 32 bits (two devices may then share one number, never one file two), the
+// index is the inode, the creation time is the last write's (the file systems keep no birth time here).
+struct BY_HANDLE_FILE_INFORMATION {
+    DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD dwVolumeSerialNumber;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+    DWORD nNumberOfLinks;
+    DWORD nFileIndexHigh;
+    DWORD nFileIndexLow;
+};
+using LPBY_HANDLE_FILE_INFORMATION = BY_HANDLE_FILE_INFORMATION*;
+BOOL GetFileInformationByHandle(HANDLE hFile, LPBY_HANDLE_FILE_INFORMATION lpFileInformation);
+
 // Writes the file's data to the medium (fsync).
 BOOL FlushFileBuffers(HANDLE hFile);
 
