@@ -78,8 +78,11 @@ void FileRemover::remove(const std::u16string& path, plat::DWORD dwRecordedAttri
         --m_nWaiting;
     }
     m_pending.push_back(Entry{path, dwRecordedAttributes, *identity, false});
+    const bool bWake = m_pending.size() % kWakeEvery == 0;
     lock.unlock();
-    m_work.notify_one();
+    if (bWake) {
+        m_work.notify_one();
+    }
 }
 
 bool FileRemover::isPending(const Identity& identity) {

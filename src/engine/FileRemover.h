@@ -91,6 +91,11 @@ private:
 
     // Bounds the plain copies that wait for deletion and the worker's lead over the thread.
     static constexpr std::size_t kMaxPending = 64;
+    // The thread is woken for a few files at a time, then deletes until none is left: waking it costs the
+    // worker about as much as a file's deletion costs the thread (a wake-up per file was 5 % of the
+    // worker's time in a folder of small files).
+    static constexpr std::size_t kWakeEvery = 8;
+    static_assert(kMaxPending % kWakeEvery == 0, "a full queue has woken the thread");
 
     const Removal m_removal;
     Schedule m_schedule;      // set outside a batch only

@@ -61,13 +61,15 @@ FileObject* fileForBytes(HANDLE h) {
 
 // What the umask leaves of this mode is the mode a new file keeps where no exact mode is carried. A
 // read-only file gets no write bit from the start (the descriptor that creates it may still write), so
-// it needs no second call to take them away.
+// it needs no second call to take them away. In the private temporary folder the owner alone has a bit,
+// whatever the umask takes away.
 mode_t creationMode(const OpenRequest& req) {
-    if (req.privateTemp) {
-        return S_IRUSR | S_IWUSR;
-    }
     const bool exact = (req.attributes & FILE_ATTRIBUTE_UNIX_EXTENSION) != 0;
-    return !exact && (req.attributes & FILE_ATTRIBUTE_READONLY) != 0 ? 0444 : 0666;
+    const bool readOnly = !exact && (req.attributes & FILE_ATTRIBUTE_READONLY) != 0;
+    if (req.privateTemp) {
+        return readOnly ? S_IRUSR : S_IRUSR | S_IWUSR;
+    }
+    return readOnly ? 0444 : 0666;
 }
 
 // Creates the file exclusively (never through a link), or opens the existing one when the disposition
@@ -117,13 +119,14 @@ bool takeShareLock(int fd, DWORD shareMode) {
     return result == 0;
 }
 
-// Gives a new file its exact mode where one is needed: the carried permission bits, or owner-only in the
-// private temporary folder whatever the umask; read-only takes the write bits away.
+// Gives a new file its exact mode where one is needed: the carried permission bits, or owner read and
+// write in the private temporary folder whatever the umask; read-only takes the write bits away. (A
+// read-only file there was created owner-read-only: nothing is left to do.)
 bool applyCreationMode(int fd, const OpenRequest& req) {
     const bool readOnly = (req.attributes & FILE_ATTRIBUTE_READONLY) != 0;
     const bool exact = (req.attributes & FILE_ATTRIBUTE_UNIX_EXTENSION) != 0;
     mode_t mode = 0;
-    if (req.privateTemp && (readOnly || exact)) {
+    if (req.privateTemp && exact) {
         mode = S_IRUSR | S_IWUSR;
     } else if (!req.privateTemp && exact) {
         mode = static_cast<mode_t>(modeOfAttributes(req.attributes)) & kPermissionBits;
