@@ -433,14 +433,26 @@ BOOL SetEndOfFile(HANDLE hFile) {
     return TRUE;
 }
 
-BOOL GetFileSizeEx(HANDLE hFile, PLARGE_INTEGER lpFileSize) {
+namespace {
+
+// The stat of the file behind a handle, for a call that reports into `output` (a null one is refused).
+bool statOfHandle(HANDLE hFile, const void* output, struct stat& st) {
     FileObject* file = fileForBytes(hFile);
     if (file == nullptr) {
-        return FALSE;
+        return false;
     }
+    if (output == nullptr || ::fstat(file->fd(), &st) != 0) {
+        setLastErrorFromErrno(output == nullptr ? EINVAL : errno);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+BOOL GetFileSizeEx(HANDLE hFile, PLARGE_INTEGER lpFileSize) {
     struct stat st {};
-    if (lpFileSize == nullptr || ::fstat(file->fd(), &st) != 0) {
-        setLastErrorFromErrno(lpFileSize == nullptr ? EINVAL : errno);
+    if (!statOfHandle(hFile, lpFileSize, st)) {
         return FALSE;
     }
     lpFileSize->QuadPart = st.st_size;
@@ -448,13 +460,8 @@ BOOL GetFileSizeEx(HANDLE hFile, PLARGE_INTEGER lpFileSize) {
 }
 
 BOOL GetFileInformationByHandle(HANDLE hFile, LPBY_HANDLE_FILE_INFORMATION lpFileInformation) {
-    FileObject* file = fileForBytes(hFile);
-    if (file == nullptr) {
-        return FALSE;
-    }
     struct stat st {};
-    if (lpFileInformation == nullptr || ::fstat(file->fd(), &st) != 0) {
-        setLastErrorFromErrno(lpFileInformation == nullptr ? EINVAL : errno);
+    if (!statOfHandle(hFile, lpFileInformation, st)) {
         return FALSE;
     }
     const auto device = static_cast<ULONGLONG>(st.st_dev);
