@@ -90,11 +90,13 @@ plat::HANDLE openSourcePath(const FileInfo& info) {
 
 // Opens the record's source. Inside a batch its identity is kept for its deletion, and a file that still
 // waits for its deletion is opened again once the deletions are done: the open answers as if every
-// deletion had been done at once (FileRemover.h).
+// deletion had been done at once (FileRemover.h). A verification opens the file its encryption has just
+// created, which no file waiting for deletion can be (that one still holds its identity), and never
+// deletes it: it needs neither.
 plat::HANDLE openSource(FileRemover& remover, FileInfo& info) {
     plat::HANDLE hFile = openSourcePath(info);
     info.m_sourceIdentity.reset();
-    if (hFile == plat::INVALID_HANDLE_VALUE || !remover.inBatch()) {
+    if (hFile == plat::INVALID_HANDLE_VALUE || !remover.inBatch() || info.m_nCryptMode == CRYPT_MODE_VERIFY) {
         return hFile;
     }
     std::optional<FileRemover::Identity> identity = FileRemover::identityOf(hFile);
