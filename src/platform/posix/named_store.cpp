@@ -349,13 +349,17 @@ std::unique_ptr<ObjectFile> ObjectFile::open(LPCWSTR name, ObjectKind kind, bool
 }
 
 ObjectFile::~ObjectFile() {
-    if (m_nPid == ::getpid() && !m_szFileName.empty()) {
-        FolderLock lock(m_pFolder);
-        // Our own lock does not count here: the name goes when nobody else holds it.
-        if (!isByteHeldElsewhere(m_nFd, 0) && isFileAt(m_pFolder->dirFd(), m_szFileName, m_nFd)) {
-            ::unlinkat(m_pFolder->dirFd(), m_szFileName.c_str(), 0);
-        }
+    if (m_nPid != ::getpid() || m_szFileName.empty()) {
+        ::close(m_nFd);  // a forked child's copy, or a nameless object: no name to take away
+        return;
     }
+    FolderLock lock(m_pFolder);
+    // Our own lock does not count here: the name goes when nobody else holds it.
+    if (!isByteHeldElsewhere(m_nFd, 0) && isFileAt(m_pFolder->dirFd(), m_szFileName, m_nFd)) {
+        ::unlinkat(m_pFolder->dirFd(), m_szFileName.c_str(), 0);
+    }
+    // Closed under the lock: another last holder closing at the same moment must not find our lock
+    // still there after we found its own, or neither of the two would take the name away.
     ::close(m_nFd);
 }
 

@@ -12,10 +12,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "plat/errors.h"
@@ -382,6 +384,31 @@ TEST_F(NamedObjects, OpeningANameNobodyHoldsFailsAndClearsWhatTheDeadLeft) {
     EXPECT_EQ(OpenEventW(EVENT_ALL_ACCESS, FALSE, u"handoff-event"), nullptr);
     EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
     EXPECT_FALSE(std::filesystem::exists(m_szFolder + "/handoff-event"));
+}
+
+// The hand-off's two sides let go of the event at about the same moment; whichever closes last, the name
+// must go. Two handles of one process are as separate as two processes' (each has its own lock).
+TEST_F(NamedObjects, TheLastTwoHandlesClosedTogetherTakeTheNameAway) {
+    const std::string path = m_szFolder + "/handoff-event";
+    for (int round = 0; round < 5000; ++round) {
+        HANDLE mine = CreateEventW(nullptr, FALSE, FALSE, u"handoff-event");
+        HANDLE theirs = OpenEventW(EVENT_ALL_ACCESS, FALSE, u"handoff-event");
+        ASSERT_NE(mine, nullptr);
+        ASSERT_NE(theirs, nullptr);
+        std::atomic<int> ready{0};
+        std::thread other([&] {
+            ready.fetch_add(1);
+            while (ready.load() < 2) {
+            }
+            CloseHandle(theirs);
+        });
+        ready.fetch_add(1);
+        while (ready.load() < 2) {
+        }
+        CloseHandle(mine);
+        other.join();
+        ASSERT_FALSE(std::filesystem::exists(path)) << "left behind in round " << round;
+    }
 }
 
 TEST_F(NamedObjects, AMappingSharesItsBytesAndItsSizeWithAnotherProcess) {
