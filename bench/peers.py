@@ -4,10 +4,14 @@
 Usage: bench/peers.py BUILD_DIR [--size-mib N] [--files N] [--runs N] [--big-gib N] [--work DIR]
                       [--only decrypt,encrypt,folder,memory] [--settle-mib N]
 
-BUILD_DIR is a build tree without sanitizers (scripts/bench.sh makes one). Every workload is timed
---runs times (wall clock, page cache warm: each input is written or copied just before its run, untimed)
-and reported as the median, with the peak resident memory of the timed process tree and the ratio to
-the floor of the same work. The program runs through its automation interface: scripted UI, the
+BUILD_DIR is a build tree without sanitizers (scripts/bench.sh makes one). Every workload is timed in
+--runs rounds; a round runs each of the workload's commands once, in an order that rotates from round to
+round (wall clock, page cache warm: each input is written or copied just before its run, untimed), so
+that the machine's drift falls on every command alike. Each command is reported as its median, with the
+peak resident memory of the timed process tree and the ratio to the floor of the same work. Every round
+also times a request of the program over a one-byte file (its fixed cost: the gate, start-up, the key);
+the program's own time for the work is the median over the rounds of its request less that round's
+fixed cost. The program runs through its automation interface: scripted UI, the
 simulated sensor touched by the owner's finger, a key created once in a private data home.
 
 Before every timed command a scratch file (--settle-mib) is written and deleted, untimed, so that every
@@ -180,24 +184,82 @@ def median(runs):
     return statistics.median(r.seconds for r in runs), max(r.max_rss_kib for r in runs)
 
 
+FIXED = "fixed cost: VELQ over a one-byte file"
+
+
+class Command:
+    """One timed command of a workload: `prepare` makes its input (untimed), `run` times it and gives a
+    Run, `clean` removes what it left (untimed)."""
+
+    def __init__(self, name, run, prepare=None, clean=None):
+        self.name = name
+        self.run = run
+        self.prepare = prepare
+        self.clean = clean
+
+
+def fixed_cost_command(velq, work):
+    """A request over a one-byte file: the gate, start-up, the key and one tiny file's work."""
+    tiny = os.path.join(work, "tiny.txt")
+
+    def prepare():
+        with open(tiny, "w") as f:
+            f.write("x")
+
+    return Command(FIXED, lambda: velq.encrypt_file(tiny), prepare, lambda: os.remove(tiny + ".lqvz"))
+
+
+def rounds(commands, runs):
+    """{name: [Run per round]}; round r starts at the r-th command, so no command always follows the
+    same one or always comes first."""
+    got = {c.name: [] for c in commands}
+    for r in range(runs):
+        for c in commands[r % len(commands):] + commands[:r % len(commands)]:
+            if c.prepare:
+                c.prepare()
+            got[c.name].append(c.run())
+            if c.clean:
+                c.clean()
+    return got
+
+
 class Report:
-    """Markdown tables; each VELQ row is followed by the same run less the fixed cost of a request (the
-    fingerprint gate with its pauses, start-up, the key), which a file of any size pays once."""
+    """Markdown tables; each VELQ row is followed by its own time for the work: per round, its request
+    less the same round's request over a one-byte file (the fingerprint gate with its pauses, start-up,
+    the key, which a file of any size pays once), and the median of those."""
 
-    def __init__(self, fixed_seconds):
+    def __init__(self):
         self.sections = []
-        self.fixed = fixed_seconds
 
-    def section(self, title, rows, floor_name):
-        floor = dict(rows)[floor_name][0]
-        lines = [f"### {title}", "", "| Command | Median s | Ratio to floor | Peak RSS MiB |", "|---|---|---|---|"]
-        for name, (seconds, rss) in rows:
+    def section(self, title, results, floor_name):
+        floor = median(results[floor_name])[0]
+        fixed = [r.seconds for r in results[FIXED]]
+        lines = [f"### {title}", "", "| Command | Median s | Ratio to floor | Peak RSS MiB |",
+                 "|---|---|---|---|"]
+        own = None
+        for name, runs in results.items():
+            seconds, rss = median(runs)
             lines.append(f"| {name} | {seconds:.3f} | {seconds / floor:.2f} | {rss / 1024:.1f} |")
             if name.startswith("VELQ"):
-                rest = max(seconds - self.fixed, 0.0)
-                lines.append(f"| ... less the fixed cost of a request | {rest:.3f} | {rest / floor:.2f} | |")
+                own = max(statistics.median(r.seconds - f for r, f in zip(runs, fixed)), 0.0)
+                lines.append(f"| ... less the fixed cost of a request | {own:.3f} | {own / floor:.2f} | |")
+        peers = [name for name in results if name not in (floor_name, FIXED) and not name.startswith("VELQ")]
+        if own and peers:
+            lines += ["", "VELQ less its fixed cost is faster than " + ", ".join(
+                f"{name} {median(results[name])[0] / own:.2f}x" for name in peers) + "."]
         self.sections.append("\n".join(lines))
         print(self.sections[-1] + "\n", flush=True)
+
+
+def remove_if_there(*paths):
+    for path in paths:
+        if os.path.exists(path):
+            os.remove(path)
+
+
+def check_gone(path):
+    if os.path.exists(path):
+        sys.exit(f"peers: {path} is still there after the run")
 
 
 def bench_decrypt(velq, peers, work, size, runs, report):
@@ -207,91 +269,83 @@ def bench_decrypt(velq, peers, work, size, runs, report):
     velq.encrypt_file(plain)
     os.replace(plain + ".lqvz", master)
     os.chmod(master, 0o600)
-    results = {}
-
-    def measure(name, prepare, command):
-        got = []
-        for _ in range(runs):
-            prepare()
-            got.append(command())
-        results[name] = median(got)
-
     lqvz = plain + ".lqvz"
 
-    def fresh_lqvz():
-        # The plain file of the run before must go, or the program would ask before replacing it.
-        if os.path.exists(plain):
-            os.remove(plain)
-        shutil.copyfile(master, lqvz)
+    def copy(source, target):
+        return lambda: shutil.copyfile(source, target)
 
-    measure("floor: `cp X.lqvz X && rm X.lqvz`", lambda: shutil.copyfile(master, lqvz),
-            lambda: sh(f"cp {q(lqvz)} {q(plain)} && rm -f {q(lqvz)}"))
-    os.remove(plain)
-    measure("VELQ decrypt (context menu, one file)", fresh_lqvz,
-            lambda: velq.decrypt_file(lqvz))
-    check_gone(lqvz)
-    os.remove(plain)
+    def velq_run():
+        run = velq.decrypt_file(lqvz)
+        check_gone(lqvz)
+        return run
+
+    # Every command leaves the plain file, which the next one must not find (the program would ask
+    # before replacing it).
+    done = lambda: remove_if_there(plain)  # noqa: E731
+    commands = [
+        Command("floor: `cp X.lqvz X && rm X.lqvz`",
+                lambda: sh(f"cp {q(lqvz)} {q(plain)} && rm -f {q(lqvz)}"), copy(master, lqvz), done),
+        Command("VELQ decrypt (context menu, one file)", velq_run, copy(master, lqvz), done),
+    ]
+    masters = [master]
     if peers.age:
         age_file = os.path.join(work, "d.age")
         subprocess.run(["age", "-r", peers.recipient, "-o", age_file + ".master", master], check=True)
-        measure("`age -d` then `rm`", lambda: shutil.copyfile(age_file + ".master", age_file),
-                lambda: sh(f"age -d -i {q(peers.identity)} -o {q(plain)} {q(age_file)} && rm -f {q(age_file)}"))
-        os.remove(age_file + ".master")
+        masters.append(age_file + ".master")
+        commands.append(Command(
+            "`age -d` then `rm`",
+            lambda: sh(f"age -d -i {q(peers.identity)} -o {q(plain)} {q(age_file)} && rm -f {q(age_file)}"),
+            copy(age_file + ".master", age_file), done))
     enc = os.path.join(work, "d.enc")
     subprocess.run(peers.openssl("-e", master, enc + ".master"), check=True)
-    measure("`openssl enc -d -aes-256-ctr` then `rm`", lambda: shutil.copyfile(enc + ".master", enc),
-            lambda: sh(" ".join(q(a) for a in peers.openssl("-d", enc, plain)) + f" && rm -f {q(enc)}"))
-    os.remove(enc + ".master")
-    os.remove(master)
-    for leftover in (plain,):
-        if os.path.exists(leftover):
-            os.remove(leftover)
-    report.section(f"Decrypt a {size >> 20} MiB file", list(results.items()),
-                   "floor: `cp X.lqvz X && rm X.lqvz`")
-
-
-def check_gone(path):
-    if os.path.exists(path):
-        sys.exit(f"peers: {path} is still there after the run")
+    masters.append(enc + ".master")
+    commands.append(Command(
+        "`openssl enc -d -aes-256-ctr` then `rm`",
+        lambda: sh(" ".join(q(a) for a in peers.openssl("-d", enc, plain)) + f" && rm -f {q(enc)}"),
+        copy(enc + ".master", enc), done))
+    commands.append(fixed_cost_command(velq, work))
+    results = rounds(commands, runs)
+    remove_if_there(*masters)
+    report.section(f"Decrypt a {size >> 20} MiB file", results, "floor: `cp X.lqvz X && rm X.lqvz`")
 
 
 def bench_encrypt(velq, peers, work, size, runs, report):
     master = os.path.join(work, "e.master")
     src = os.path.join(work, "e.bin")
     write_random(master, size)
-    results = {}
-
-    def measure(name, command, leftovers):
-        got = []
-        for _ in range(runs):
-            shutil.copyfile(master, src)
-            got.append(command())
-            for path in leftovers:
-                if os.path.exists(path):
-                    os.remove(path)
-        results[name] = median(got)
-
     e, t = src + ".e", src + ".t"
-    measure("floor: `cp S E && cp E T && rm T S`",
-            lambda: sh(f"cp {q(src)} {q(e)} && cp {q(e)} {q(t)} && rm -f {q(t)} {q(src)}"), [e])
-    measure("VELQ encrypt with proof (context menu, one file)", lambda: velq.encrypt_file(src),
-            [src + ".lqvz"])
+    prepare = lambda: shutil.copyfile(master, src)  # noqa: E731
+    done = lambda: remove_if_there(e, src + ".lqvz")  # noqa: E731
+
+    def proved(encrypt, decrypt):
+        return lambda: sh(f"{encrypt} && {decrypt} && rm -f {q(t)} {q(src)}")
+
+    commands = [
+        Command("floor: `cp S E && cp E T && rm T S`", proved(f"cp {q(src)} {q(e)}", f"cp {q(e)} {q(t)}"),
+                prepare, done),
+        Command("VELQ encrypt with proof (context menu, one file)", lambda: velq.encrypt_file(src),
+                prepare, done),
+    ]
+    def line(argv):
+        return " ".join(q(a) for a in argv)
+
     if peers.age:
-        measure("`age` encrypt, `age -d`, `rm`", lambda: sh(
-            f"age -r {peers.recipient} -o {q(e)} {q(src)} && age -d -i {q(peers.identity)} -o {q(t)} {q(e)}"
-            f" && rm -f {q(t)} {q(src)}"), [e])
-    enc = " ".join(q(a) for a in peers.openssl("-e", src, e))
-    dec = " ".join(q(a) for a in peers.openssl("-d", e, t))
-    measure("`openssl enc -aes-256-ctr` encrypt, decrypt, `rm`",
-            lambda: sh(f"{enc} && {dec} && rm -f {q(t)} {q(src)}"), [e])
+        age_encrypt = f"age -r {peers.recipient} -o {q(e)} {q(src)}"
+        age_decrypt = f"age -d -i {q(peers.identity)} -o {q(t)} {q(e)}"
+        commands.append(Command("`age` encrypt, `age -d`, `rm`", proved(age_encrypt, age_decrypt),
+                                prepare, done))
+    commands.append(Command("`openssl enc -aes-256-ctr` encrypt, decrypt, `rm`",
+                            proved(line(peers.openssl("-e", src, e)), line(peers.openssl("-d", e, t))),
+                            prepare, done))
     if peers.gpg:
-        genc = " ".join(q(a) for a in peers.gpg_cmd(src, e))
-        gdec = " ".join(q(a) for a in peers.gpg_cmd(e, t, decrypt=True))
-        measure("`gpg --symmetric` encrypt, decrypt, `rm`",
-                lambda: sh(f"{genc} && {gdec} && rm -f {q(t)} {q(src)}"), [e])
+        commands.append(Command("`gpg --symmetric` encrypt, decrypt, `rm`",
+                                proved(line(peers.gpg_cmd(src, e)), line(peers.gpg_cmd(e, t, decrypt=True))),
+                                prepare, done))
+    commands.append(fixed_cost_command(velq, work))
+    results = rounds(commands, runs)
     os.remove(master)
-    report.section(f"Encrypt a {size >> 20} MiB file with proof and deletion of the source",
-                   list(results.items()), "floor: `cp S E && cp E T && rm T S`")
+    report.section(f"Encrypt a {size >> 20} MiB file with proof and deletion of the source", results,
+                   "floor: `cp S E && cp E T && rm T S`")
 
 
 def make_tree(path, count):
@@ -304,23 +358,13 @@ def make_tree(path, count):
 
 def bench_folder(velq, peers, work, count, runs, report):
     tree = os.path.join(work, "tree")
-    results = {}
 
-    def measure(name, command):
-        got = []
-        for _ in range(runs):
-            if os.path.exists(tree):
-                shutil.rmtree(tree)
-            make_tree(tree, count)
-            got.append(command())
-        results[name] = median(got)
-        shutil.rmtree(tree, ignore_errors=True)
-        for extra in (tree + ".e", tree + ".t"):
-            shutil.rmtree(extra, ignore_errors=True)
+    def prepare():
+        make_tree(tree, count)
 
-    measure("floor: `cp -r D E && cp -r E T && rm -r T D`",
-            lambda: sh(f"cp -r {q(tree)} {q(tree)}.e && cp -r {q(tree)}.e {q(tree)}.t && "
-                       f"rm -r {q(tree)}.t {q(tree)}"))
+    def clean():
+        for path in (tree, tree + ".e", tree + ".t"):
+            shutil.rmtree(path, ignore_errors=True)
 
     def velq_folder():
         run = velq.encrypt_folder(tree)
@@ -329,24 +373,18 @@ def bench_folder(velq, peers, work, count, runs, report):
             sys.exit(f"peers: the folder holds {len(names)} entries, not {count} .lqvz files")
         return run
 
-    measure("VELQ encrypt with proof (`velq encrypt D`, one request)", velq_folder)
+    commands = [
+        Command("floor: `cp -r D E && cp -r E T && rm -r T D`",
+                lambda: sh(f"cp -r {q(tree)} {q(tree)}.e && cp -r {q(tree)}.e {q(tree)}.t && "
+                           f"rm -r {q(tree)}.t {q(tree)}"), prepare, clean),
+        Command("VELQ encrypt with proof (`velq encrypt D`, one request)", velq_folder, prepare, clean),
+    ]
     if peers.age:
-        measure("`age` encrypt, one process per file (no proof, no deletion)", lambda: sh(
-            f"for f in {q(tree)}/*; do age -r {peers.recipient} -o \"$f.age\" \"$f\"; done"))
-    report.section(f"A folder of {count} files of 4 KiB", list(results.items()),
+        commands.append(Command("`age` encrypt, one process per file (no proof, no deletion)", lambda: sh(
+            f"for f in {q(tree)}/*; do age -r {peers.recipient} -o \"$f.age\" \"$f\"; done"), prepare, clean))
+    commands.append(fixed_cost_command(velq, work))
+    report.section(f"A folder of {count} files of 4 KiB", rounds(commands, runs),
                    "floor: `cp -r D E && cp -r E T && rm -r T D`")
-
-
-def fixed_cost(velq, work, runs):
-    """A request over a one-byte file: the gate, start-up, the key and one tiny file's work."""
-    tiny = os.path.join(work, "tiny.txt")
-    got = []
-    for _ in range(runs):
-        with open(tiny, "w") as f:
-            f.write("x")
-        got.append(velq.encrypt_file(tiny))
-        os.remove(tiny + ".lqvz")
-    return median(got)[0]
 
 
 def bench_memory(velq, work, gib, report):
@@ -385,9 +423,7 @@ def main():
         print(f"# VELQ against the floor and its peers\n\nWork folder on `{args.work}`, median of "
               f"{args.runs} runs, page cache warm. age: {'yes' if peers.age else 'not installed'}, "
               f"gpg: {'yes' if peers.gpg else 'not installed'}.\n", flush=True)
-        fixed = fixed_cost(velq, work, args.runs)
-        print(f"Fixed cost of a request (a one-byte file, through the gate): {fixed:.3f} s\n", flush=True)
-        report = Report(fixed)
+        report = Report()
         only = set(args.only.split(","))
         if "decrypt" in only:
             bench_decrypt(velq, peers, work, args.size_mib << 20, args.runs, report)
