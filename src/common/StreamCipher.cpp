@@ -36,6 +36,14 @@ HRESULT VELQStreamCipher::decrypt(unsigned char* data, ULONG length, int final) 
     return _transform(Run::Decrypt, data, length, final);
 }
 
+HRESULT VELQStreamCipher::encrypt(const unsigned char* source, unsigned char* data, ULONG length) {
+    return _block(Run::Encrypt, source, data, length);
+}
+
+HRESULT VELQStreamCipher::decrypt(const unsigned char* source, unsigned char* data, ULONG length) {
+    return _block(Run::Decrypt, source, data, length);
+}
+
 void VELQStreamCipher::endRun() {
     // The next run starts the cipher afresh; what the abandoned one held is overwritten then.
     m_run = Run::None;
@@ -61,16 +69,30 @@ HRESULT VELQStreamCipher::_transform(Run direction, unsigned char* data, ULONG l
         }
         return _openRun(direction, data);
     }
+    if (final == 0) {
+        return _block(direction, data, data, length);
+    }
     if (m_run != direction) {
         return _fail(E_INVALIDARG);
     }
     if (m_nRunBytes + length > kMaxRunBytes) {
         return _fail(plat::HRESULT_FROM_WIN32(223));  // ERROR_FILE_TOO_LARGE
     }
-    if (final == 0) {
-        return isBlockLength(length) ? _update(data, length) : _fail(E_INVALIDARG);
-    }
     return _finish(direction, data, length);
+}
+
+HRESULT VELQStreamCipher::_block(Run direction, const unsigned char* source, unsigned char* data,
+                                 ULONG length) {
+    if (!m_gcm.isReady()) {
+        return E_FAIL;
+    }
+    if (source == nullptr || data == nullptr || m_run != direction) {
+        return _fail(E_INVALIDARG);
+    }
+    if (m_nRunBytes + length > kMaxRunBytes) {
+        return _fail(plat::HRESULT_FROM_WIN32(223));  // ERROR_FILE_TOO_LARGE
+    }
+    return isBlockLength(length) ? _update(source, data, length) : _fail(E_INVALIDARG);
 }
 
 HRESULT VELQStreamCipher::_openRun(Run direction, unsigned char* header) {
@@ -85,7 +107,7 @@ HRESULT VELQStreamCipher::_openRun(Run direction, unsigned char* header) {
     }
     m_run = direction;
     m_nRunBytes = kHeaderBytes;
-    if (plat::FAILED(_update(header, kHeaderFieldsBytes))) {
+    if (plat::FAILED(_update(header, header, kHeaderFieldsBytes))) {
         return E_FAIL;
     }
     if (direction == Run::Decrypt) {
@@ -94,8 +116,8 @@ HRESULT VELQStreamCipher::_openRun(Run direction, unsigned char* header) {
     return S_OK;
 }
 
-HRESULT VELQStreamCipher::_update(unsigned char* data, ULONG length) {
-    if (!m_gcm.update(data, data, length)) {
+HRESULT VELQStreamCipher::_update(const unsigned char* source, unsigned char* data, ULONG length) {
+    if (!m_gcm.update(source, data, length)) {
         return _fail(E_FAIL);
     }
     m_nRunBytes += length;
@@ -110,7 +132,7 @@ HRESULT VELQStreamCipher::_finish(Run direction, unsigned char* data, ULONG leng
     }
     const ULONG body = tagged ? length - static_cast<ULONG>(kTagBytes) : length;
     unsigned char* tag = data + body;
-    if (plat::FAILED(_update(data, body))) {
+    if (plat::FAILED(_update(data, data, body))) {
         return E_FAIL;
     }
     HRESULT result = S_OK;

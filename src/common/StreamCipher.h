@@ -47,6 +47,12 @@ public:
     plat::HRESULT encrypt(unsigned char* data, plat::ULONG length, int final);
     plat::HRESULT decrypt(unsigned char* data, plat::ULONG length, int final);
 
+    // A block call of the open run that reads `source` and writes `data` (the same bytes, or bytes that do
+    // not overlap): a caller whose block lies in one buffer and belongs in another saves the copy. Header
+    // and final calls are in place only.
+    plat::HRESULT encrypt(const unsigned char* source, unsigned char* data, plat::ULONG length);
+    plat::HRESULT decrypt(const unsigned char* source, unsigned char* data, plat::ULONG length);
+
     // Ends an open run, of either direction; harmless without one.
     void endRun();
 
@@ -55,7 +61,8 @@ private:
 
     plat::HRESULT _transform(Run direction, unsigned char* data, plat::ULONG length, int final);
     plat::HRESULT _openRun(Run direction, unsigned char* header);
-    plat::HRESULT _update(unsigned char* data, plat::ULONG length);
+    plat::HRESULT _block(Run direction, const unsigned char* source, unsigned char* data, plat::ULONG length);
+    plat::HRESULT _update(const unsigned char* source, unsigned char* data, plat::ULONG length);
     plat::HRESULT _finish(Run direction, unsigned char* data, plat::ULONG length);
     plat::HRESULT _fail(plat::HRESULT result);
 

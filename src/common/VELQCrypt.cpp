@@ -7,19 +7,31 @@ VELQCrypt::VELQCrypt(VELQKey& key, long& result) : m_cipher(key.m_key) {
 }
 
 long VELQCrypt::encryptStream(unsigned char* data, unsigned long length, int final) {
-    return _transform(true, data, length, final);
+    return _transform(true, data, data, length, final);
 }
 
 long VELQCrypt::decryptStream(unsigned char* data, unsigned long length, int final) {
-    return _transform(false, data, length, final);
+    return _transform(false, data, data, length, final);
 }
 
-long VELQCrypt::_transform(bool bEncrypt, unsigned char* data, unsigned long length, int final) {
+long VELQCrypt::encryptStream(const unsigned char* source, unsigned char* data, unsigned long length) {
+    return _transform(true, source, data, length, 0);
+}
+
+long VELQCrypt::decryptStream(const unsigned char* source, unsigned char* data, unsigned long length) {
+    return _transform(false, source, data, length, 0);
+}
+
+long VELQCrypt::_transform(bool bEncrypt, const unsigned char* source, unsigned char* data,
+                           unsigned long length, int final) {
     if (length > std::numeric_limits<plat::ULONG>::max()) {
         m_cipher.endRun();
         return plat::E_INVALIDARG;
     }
     const plat::ULONG size = static_cast<plat::ULONG>(length);
+    if (source != data) {
+        return bEncrypt ? m_cipher.encrypt(source, data, size) : m_cipher.decrypt(source, data, size);
+    }
     return bEncrypt ? m_cipher.encrypt(data, size, final) : m_cipher.decrypt(data, size, final);
 }
 

@@ -24,6 +24,10 @@ public:
     // 4 GiB - 1 are refused like any other length outside the pattern.
     long encryptStream(unsigned char* data, unsigned long length, int final);
     long decryptStream(unsigned char* data, unsigned long length, int final);
+    // A call with `final` 0 after the header, reading `source` and writing `data` (the same bytes, or
+    // bytes apart): a block read in one view and written in another needs no copy first.
+    long encryptStream(const unsigned char* source, unsigned char* data, unsigned long length);
+    long decryptStream(const unsigned char* source, unsigned char* data, unsigned long length);
 
     // Ends an open run of either direction (after a failed file); harmless without one. Always 0.
     long endCryptProcess(bool bEncrypt);
@@ -32,7 +36,8 @@ public:
     static long createVELQKey(VELQKey** ppKey);
 
 private:
-    long _transform(bool bEncrypt, unsigned char* data, unsigned long length, int final);
+    long _transform(bool bEncrypt, const unsigned char* source, unsigned char* data, unsigned long length,
+                    int final);
 
     VELQStreamCipher m_cipher;
 };

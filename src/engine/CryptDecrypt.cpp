@@ -36,8 +36,7 @@ bool seekTo(plat::HANDLE hFile, std::uint64_t nOffset) {
 int decryptBigBlock(VELQCrypt& crypt, const plat::BYTE* pSource, plat::BYTE* pDest, plat::DWORD dwBlockSize,
                     plat::DWORD dwWriteLength, int final) {
     if (final == 0) {
-        std::memcpy(pDest, pSource, dwBlockSize);
-        return crypt.decryptStream(pDest, dwBlockSize, 0) < 0 ? CRYPT_E_DECRYPT : CRYPT_S_OK;
+        return crypt.decryptStream(pSource, pDest, dwBlockSize) < 0 ? CRYPT_E_DECRYPT : CRYPT_S_OK;
     }
     plat::BYTE* pBuffer = new (std::nothrow) plat::BYTE[dwBlockSize + 1]();
     if (pBuffer == nullptr) {

@@ -22,6 +22,18 @@ bool seekTo(plat::HANDLE hFile, std::uint64_t nOffset) {
     return plat::SetFilePointerEx(hFile, position, nullptr, plat::FILE_BEGIN) != plat::FALSE;
 }
 
+// One block of a big file from its source view into its destination view. The last block's view is
+// longer than its plain bytes (the padding to 32 and the tag); its rest stays zero (_createFile extended
+// the file), and the final call enciphers the bytes in place behind the copy.
+long encryptBigBlock(VELQCrypt& crypt, const plat::BYTE* pSource, plat::BYTE* pDest, plat::DWORD dwReadLength,
+                     plat::DWORD dwBlockSize, int final) {
+    if (final == 0) {
+        return crypt.encryptStream(pSource, pDest, dwBlockSize);
+    }
+    std::memcpy(pDest, pSource, dwReadLength);
+    return crypt.encryptStream(pDest, dwBlockSize, final);
+}
+
 }  // namespace
 
 int VELQCryptFile::_encryptFile(FileInfo* lpFileInfos) {
@@ -193,12 +205,8 @@ int VELQCryptFile::_encryptBigFile(FileInfo* lpFileInfos) {
             pDest = views.mapDestination(dest.m_hDestMapFile, dwDestFileOffset, dwBlockSize);
             if (pDest == nullptr) {
                 nResult = static_cast<int>(plat::ERROR_INVALID_HANDLE);
-            } else {
-                // The rest of the last block's view stays zero: _createFile extended the file.
-                std::memcpy(pDest, pSource, dwReadLength);
-                if (m_pCrypt->encryptStream(pDest, dwBlockSize, final) < 0) {
-                    nResult = CRYPT_E_ENCRYPT;
-                }
+            } else if (encryptBigBlock(*m_pCrypt, pSource, pDest, dwReadLength, dwBlockSize, final) < 0) {
+                nResult = CRYPT_E_ENCRYPT;
             }
         }
         nResult = views.end(nResult);

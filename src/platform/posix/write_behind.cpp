@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "plat/errors.h"
 
@@ -47,7 +48,7 @@ bool WriteBehind::write(const Block& next) {
     std::unique_lock<std::mutex> lock(m_mutex);
     if (!_reap(lock)) {
         lock.unlock();
-        m_release(next.pBytes, next.nCapacity);
+        m_release(next.pBytes, next.nCapacity, false);
         return false;
     }
     m_block = next;
@@ -65,7 +66,7 @@ bool WriteBehind::finish() {
 bool WriteBehind::_reap(std::unique_lock<std::mutex>& lock) {
     m_changed.wait(lock, [this] { return !m_bPending; });
     if (m_block.pBytes != nullptr) {
-        m_release(m_block.pBytes, m_block.nCapacity);
+        m_release(m_block.pBytes, m_block.nCapacity, true);
         m_block = Block{};
     }
     const int failure = m_nErrno;
@@ -87,6 +88,7 @@ void WriteBehind::_run() {
         const Block block = m_block;
         lock.unlock();
         const int failure = writeWhole(m_fd, block);
+        std::memset(block.pBytes, 0, block.nCapacity);
         lock.lock();
         m_nErrno = failure;
         m_bPending = false;

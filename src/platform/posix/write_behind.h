@@ -23,8 +23,10 @@ public:
         ULONGLONG nOffset = 0;
     };
     // Takes a buffer back once its block is written (or refused); called on the thread that waited for it,
-    // never on the writer's own.
-    using Release = void (*)(unsigned char* pBytes, std::size_t nCapacity);
+    // never on the writer's own. A buffer the writer took comes back zeroed (`bZeroed`): wiped of the bytes
+    // it carried (a decryption's plain bytes among them) by the thread that has time to spare, and ready to
+    // be the next view of bytes known to be zero without a clearing by its caller.
+    using Release = void (*)(unsigned char* pBytes, std::size_t nCapacity, bool bZeroed);
 
     WriteBehind(int fd, Release release);
     // Waits for the block in flight, releases its buffer and joins the writer.

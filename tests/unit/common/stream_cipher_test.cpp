@@ -113,6 +113,58 @@ TEST(StreamCipher, RoundTripsWhateverTheSplitAndRestoresFillAndTagAsZeros) {
     }
 }
 
+// A big file's blocks go from a source view into a destination view, as the engine runs them: blocks
+// apart, the final call in place behind a copy of the rest.
+template <typename Call>
+plat::HRESULT runApart(Call call, const Bytes& source, Bytes& out, plat::ULONG block) {
+    std::size_t offset = 0;
+    for (; source.size() - offset - VELQStreamCipher::kTagBytes > block; offset += block) {
+        const plat::HRESULT hr = call(source.data() + offset, out.data() + offset, block);
+        if (hr < 0) {
+            return hr;
+        }
+    }
+    std::memcpy(out.data() + offset, source.data() + offset, source.size() - offset);
+    return call(out.data() + offset, static_cast<plat::ULONG>(source.size() - offset), 1);
+}
+
+// The same bytes must come out as with every call in place, in both directions, and a call apart is
+// refused wherever a block call in place would be.
+TEST(StreamCipher, BlockCallsFromOneBufferIntoAnotherMatchTheCallsInPlace) {
+    const Key key(4);
+    VELQStreamCipher cipher(key.bytes);
+    const CipherRun plain(3 * 4096 + 7);
+    CipherRun run(3 * 4096 + 7);
+    Bytes sealed(run.data.size(), 0xEE);
+    ASSERT_EQ(cipher.encrypt(run.header.data(), kHeader, 0), 0);
+    const auto encrypt = [&](auto... args) { return cipher.encrypt(args...); };
+    const auto decrypt = [&](auto... args) { return cipher.decrypt(args...); };
+    ASSERT_EQ(runApart(encrypt, run.data, sealed, 4096), 0);
+    EXPECT_EQ(run.data, plain.data) << "the source stays as it was";
+
+    CipherRun inPlace(0);
+    inPlace.header = run.header;
+    inPlace.data = sealed;
+    ASSERT_EQ(decryptRun(cipher, inPlace, 4096), 0) << "what was enciphered apart reads back in place";
+    EXPECT_EQ(inPlace.data, plain.data);
+
+    Bytes opened(sealed.size(), 0xEE);
+    ASSERT_EQ(cipher.decrypt(run.header.data(), kHeader, 0), 0);
+    ASSERT_EQ(runApart(decrypt, sealed, opened, 1024), 0);
+    EXPECT_EQ(opened, plain.data);
+
+    Bytes buffer(64, 0);
+    EXPECT_EQ(cipher.encrypt(plain.data.data(), buffer.data(), 64), plat::E_INVALIDARG) << "no run open";
+    Bytes header(kHeader, 0);
+    const auto inRun = [&](auto call) {
+        EXPECT_EQ(cipher.encrypt(header.data(), kHeader, 0), 0);
+        EXPECT_EQ(call(), plat::E_INVALIDARG);
+    };
+    inRun([&] { return cipher.decrypt(plain.data.data(), buffer.data(), 64); });  // the other direction
+    inRun([&] { return cipher.encrypt(plain.data.data(), buffer.data(), 40); });  // not a multiple of 32
+    inRun([&] { return cipher.encrypt(nullptr, buffer.data(), 64); });
+}
+
 TEST(StreamCipher, NoncesAreFreshForEveryRun) {
     const Key key(3);
     VELQStreamCipher cipher(key.bytes);

@@ -201,6 +201,56 @@ TEST_F(FileMappingTest, ViewsOfAGrownFileShowWhatWasWrittenIntoItsNewLength) {
     EXPECT_FALSE(plat::TakeInPageError());
 }
 
+// The engine's rhythm: a view of the source, then a view of the new file, block after block. The buffers
+// behind views are used again, some holding what was read, some wiped by the writer: a view of the new
+// file must read as zero every time, to the end of its last page, whichever buffer it gets. Every other
+// block maps its source four times over, so that only buffers holding source bytes are left to reuse.
+TEST_F(FileMappingTest, ViewsOfANewFileReadZeroBlockAfterBlockWhateverTheirBuffersHeldBefore) {
+    constexpr std::size_t kBlocks = 6;
+    constexpr std::size_t kShort = 65536 - 100;  // the page's tail behind the view must read zero too
+    const Bytes source = patterned(kBlocks * 65536);
+    write("source", source);
+    plat::HANDLE sourceMapping =
+        map(open("source", plat::GENERIC_READ, plat::OPEN_EXISTING), plat::PAGE_READONLY, 0);
+    plat::HANDLE destMapping =
+        map(open("dest", plat::GENERIC_READ | plat::GENERIC_WRITE, plat::CREATE_ALWAYS), plat::PAGE_READWRITE,
+            kBlocks * 65536);
+    ASSERT_NE(sourceMapping, nullptr);
+    ASSERT_NE(destMapping, nullptr);
+    for (std::size_t block = 0; block < kBlocks; ++block) {
+        const auto offset = static_cast<plat::DWORD>(block * 65536);
+        std::vector<const unsigned char*> ins(block % 2 == 0 ? 4 : 1);
+        for (const unsigned char*& in : ins) {
+            in = static_cast<const unsigned char*>(
+                plat::MapViewOfFile(sourceMapping, plat::FILE_MAP_READ, 0, offset, 65536));
+            ASSERT_NE(in, nullptr);
+        }
+        Bytes plain(ins.front(), ins.front() + kShort);
+        for (const unsigned char* in : ins) {
+            ASSERT_TRUE(plat::UnmapViewOfFile(in));
+        }
+        auto* out = static_cast<unsigned char*>(
+            plat::MapViewOfFile(destMapping, plat::FILE_MAP_READ | plat::FILE_MAP_WRITE, 0, offset, kShort));
+        ASSERT_NE(out, nullptr);
+        ASSERT_TRUE(std::all_of(out, out + 65536, [](unsigned char b) { return b == 0; }))
+            << "block " << block;
+        std::transform(plain.begin(), plain.end(), out,
+                       [](unsigned char b) { return static_cast<unsigned char>(~b); });
+        ASSERT_TRUE(plat::UnmapViewOfFile(out));
+    }
+    EXPECT_FALSE(plat::TakeInPageError());
+    for (plat::HANDLE& handle : m_handles) {
+        plat::CloseHandle(handle);
+    }
+    m_handles.clear();
+    const Bytes written = readAll(path("dest"));
+    ASSERT_EQ(written.size(), kBlocks * 65536);
+    for (std::size_t i = 0; i < written.size(); ++i) {
+        const auto expected = static_cast<unsigned char>(i % 65536 < kShort ? ~source[i] : 0);
+        ASSERT_EQ(written[i], expected) << "byte " << i;
+    }
+}
+
 TEST_F(FileMappingTest, ReservationBeyondAnyMediumFailsWithDiskFullAndLeavesTheFileAlone) {
     plat::HANDLE file = open("huge", plat::GENERIC_READ | plat::GENERIC_WRITE, plat::CREATE_ALWAYS);
     ASSERT_NE(file, plat::INVALID_HANDLE_VALUE);
