@@ -56,11 +56,10 @@ class Workload:
 
 
 def fixed_cost(velq, work):
-    one = os.path.join(work, "one.bin")
-    with open(one, "wb") as f:
-        f.write(b"x")
-    seconds = velq.encrypt_file(one).seconds
-    os.remove(one + ".lqvz")
+    command = peers.fixed_cost_command(velq, work)
+    command.prepare()
+    seconds = command.run().seconds
+    command.clean()
     return seconds
 
 

@@ -243,10 +243,10 @@ class Report:
             if name.startswith("VELQ"):
                 own = max(statistics.median(r.seconds - f for r, f in zip(runs, fixed)), 0.0)
                 lines.append(f"| ... less the fixed cost of a request | {own:.3f} | {own / floor:.2f} | |")
-        peers = [name for name in results if name not in (floor_name, FIXED) and not name.startswith("VELQ")]
-        if own and peers:
+        others = [name for name in results if name not in (floor_name, FIXED) and not name.startswith("VELQ")]
+        if own and others:
             lines += ["", "VELQ less its fixed cost is faster than " + ", ".join(
-                f"{name} {median(results[name])[0] / own:.2f}x" for name in peers) + "."]
+                f"{name} {median(results[name])[0] / own:.2f}x" for name in others) + "."]
         self.sections.append("\n".join(lines))
         print(self.sections[-1] + "\n", flush=True)
 
