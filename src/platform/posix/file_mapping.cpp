@@ -1,7 +1,8 @@
 // Mappings of files: views are private buffers filled by pread and written back by pwrite, which for the
 // crypt engine's sequential block work measured faster than mmap views (bench/mapping_bench.cpp) and
 // turns a failed read, or a file cut short under a view, into the in-page error without a signal handler.
-// The write-back runs behind the caller (posix/write_behind.h), one view at a time.
+// The write-back runs behind the caller (posix/write_behind.h), one view at a time, and a read-only
+// mapping's next view is read ahead of it (posix/read_ahead.h).
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -17,6 +19,8 @@
 #include "mapping.h"
 #include "plat/errors.h"
 #include "plat/file_mapping.h"
+#include "plat/sysinfo.h"
+#include "read_ahead.h"
 
 namespace plat {
 
@@ -24,6 +28,7 @@ namespace {
 
 using detail::MappedView;
 using detail::Mapping;
+using detail::ReadAhead;
 using detail::WriteBehind;
 
 constexpr std::size_t kPageSize = 4096;
@@ -32,23 +37,6 @@ thread_local bool t_bInPageError = false;
 
 std::size_t roundUpToPage(std::size_t bytes) {
     return (bytes + kPageSize - 1) / kPageSize * kPageSize;
-}
-
-// Reads `length` bytes at `offset`; false on a read error or when the file ends first (the rest is zero).
-bool readFully(int fd, unsigned char* buffer, std::size_t length, ULONGLONG offset) {
-    std::size_t done = 0;
-    while (done < length) {
-        const ssize_t got = ::pread(fd, buffer + done, length - done, static_cast<off_t>(offset + done));
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got <= 0) {
-            std::memset(buffer + done, 0, length - done);
-            return false;
-        }
-        done += static_cast<std::size_t>(got);
-    }
-    return true;
 }
 
 // Buffers of views, kept per thread for the next view of the same length. The crypt engine maps a source
@@ -116,20 +104,27 @@ void giveViewBuffer(unsigned char* buffer, std::size_t bytes, bool bZeroed) {
     viewBuffers().give(buffer, bytes, bZeroed);
 }
 
-// One view: a page-aligned buffer of the view's bytes.
+// A buffer read ahead and not asked for goes back to the pool of the thread that maps views.
+void giveUnreadBuffer(unsigned char* buffer, std::size_t bytes) {
+    viewBuffers().give(buffer, bytes, false);
+}
+
+// One view: a page-aligned buffer of `capacity` bytes (the view's length rounded up to whole pages, or more
+// for a buffer read ahead) holding the view's bytes.
 class BufferedView : public MappedView {
 public:
-    BufferedView(FileObject* file, unsigned char* buffer, std::size_t length, ULONGLONG offset, bool writable,
-                 bool lastOfMapping)
+    BufferedView(FileObject* file, unsigned char* buffer, std::size_t capacity, std::size_t length,
+                 ULONGLONG offset, bool writable, bool lastOfMapping)
         : m_pFile(file),
           m_pBuffer(buffer),
+          m_nCapacity(capacity),
           m_nLength(length),
           m_nOffset(offset),
           m_bWritable(writable),
           m_bLastOfMapping(lastOfMapping) {}
     ~BufferedView() override {
         if (m_pBuffer != nullptr) {
-            giveViewBuffer(m_pBuffer, roundUpToPage(m_nLength), false);
+            giveViewBuffer(m_pBuffer, m_nCapacity, false);
         }
     }
 
@@ -145,8 +140,7 @@ public:
             return true;
         }
         m_pFile->wroteUpTo(m_nOffset + m_nLength);
-        const WriteBehind::Block block{std::exchange(m_pBuffer, nullptr), roundUpToPage(m_nLength), m_nLength,
-                                       m_nOffset};
+        const WriteBehind::Block block{std::exchange(m_pBuffer, nullptr), m_nCapacity, m_nLength, m_nOffset};
         bool written = m_pFile->writeBehind(giveViewBuffer).write(block);
         if (written && m_bLastOfMapping) {
             written = m_pFile->finishWrites();
@@ -160,6 +154,7 @@ public:
 private:
     FileObject* const m_pFile;  // kept alive by the mapping, which outlives its views
     unsigned char* m_pBuffer;   // null once handed to the writer
+    const std::size_t m_nCapacity;
     const std::size_t m_nLength;
     const ULONGLONG m_nOffset;
     const bool m_bWritable;
@@ -169,8 +164,11 @@ private:
 // A mapping of one file. It keeps the file object alive, as a Windows mapping keeps its file open.
 class FileMapping : public Mapping {
 public:
-    FileMapping(FileObject* file, ULONGLONG size, bool writable)
-        : m_pFile(file), m_nSize(size), m_bWritable(writable) {
+    // `readsAhead`: views read the block behind them ahead. Only for a read-only mapping of a handle opened
+    // for reading only: no write through the handle or a view of it can come between a read ahead and the
+    // view that takes its bytes.
+    FileMapping(FileObject* file, ULONGLONG size, bool writable, bool readsAhead)
+        : m_pFile(file), m_nSize(size), m_bWritable(writable), m_bReadsAhead(readsAhead) {
         m_pFile->addRef();
     }
 
@@ -181,6 +179,17 @@ public:
             return nullptr;
         }
         const std::size_t length = bytes == 0 ? static_cast<std::size_t>(m_nSize - offset) : bytes;
+        return m_bReadsAhead ? _openViewReadingAhead(offset, length) : _openView(writable, offset, length);
+    }
+
+protected:
+    ~FileMapping() override {
+        m_pReadAhead.reset();  // its read needs the descriptor
+        m_pFile->release();
+    }
+
+private:
+    std::unique_ptr<MappedView> _openView(bool writable, ULONGLONG offset, std::size_t length) {
         // Bytes known to be zero (a reserved destination not yet written) are not read back.
         const ULONGLONG zeroFrom = m_pFile->zeroFrom();
         const std::size_t toRead =
@@ -199,20 +208,58 @@ public:
         if (toRead > 0 && !m_pFile->finishWrites()) {
             t_bInPageError = true;
         }
-        if (!readFully(m_pFile->fd(), buffer, toRead, offset)) {
+        if (!detail::readWhole(m_pFile->fd(), buffer, toRead, offset)) {
             t_bInPageError = true;
         }
-        return std::make_unique<BufferedView>(m_pFile, buffer, length, offset, writable,
-                                              offset + length == m_nSize);
+        return std::make_unique<BufferedView>(m_pFile, buffer, roundUpToPage(length), length, offset,
+                                              writable, offset + length == m_nSize);
     }
 
-protected:
-    ~FileMapping() override { m_pFile->release(); }
+    // The view from the block read ahead when it is the one asked for, else read now; either way the
+    // block behind it is read ahead next.
+    std::unique_ptr<MappedView> _openViewReadingAhead(ULONGLONG offset, std::size_t length) {
+        const std::lock_guard<std::mutex> lock(m_readAheadMutex);
+        ReadAhead::Block block;
+        std::unique_ptr<MappedView> view;
+        if (m_pReadAhead != nullptr && m_pReadAhead->take(offset, length, block)) {
+            std::memset(block.pBytes + length, 0, roundUpToPage(length) - length);
+            view = std::make_unique<BufferedView>(m_pFile, block.pBytes, block.nCapacity, length, offset,
+                                                  false, offset + length == m_nSize);
+        } else {
+            view = _openView(false, offset, length);
+        }
+        if (view != nullptr) {
+            _readAheadBehind(offset + length, length);
+        }
+        return view;
+    }
 
-private:
+    // Starts reading the `length` bytes at `next`, where the next view of a front-to-back reader begins.
+    // The last block of such a reader may be longer than the others (a cipher's final call carries its
+    // tag): a rest of the mapping shorter than two blocks is read whole, so that it serves that block too.
+    void _readAheadBehind(ULONGLONG next, std::size_t length) {
+        if (next >= m_nSize || next % VELQ_ALLOCATION_GRANULARITY != 0) {
+            return;  // no view can begin there
+        }
+        const ULONGLONG rest = m_nSize - next;
+        const std::size_t toRead = rest < ULONGLONG{length} * 2 ? static_cast<std::size_t>(rest) : length;
+        bool bZeroed = false;
+        unsigned char* buffer = viewBuffers().take(roundUpToPage(toRead), false, bZeroed);
+        if (buffer == nullptr) {
+            return;  // short of memory: the next view reads for itself
+        }
+        if (m_pReadAhead == nullptr) {
+            m_pReadAhead = std::make_unique<ReadAhead>(m_pFile->fd(), giveUnreadBuffer);
+        }
+        m_pReadAhead->start(ReadAhead::Block{buffer, roundUpToPage(toRead), toRead, next});
+    }
+
     FileObject* const m_pFile;
     const ULONGLONG m_nSize;
     const bool m_bWritable;
+    const bool m_bReadsAhead;
+    std::mutex m_readAheadMutex;
+    std::unique_ptr<ReadAhead> m_pReadAhead;  // guarded by m_readAheadMutex; made at the first read ahead
 };
 
 // Extends the file to `size` and reserves every byte of it on the medium.
@@ -275,7 +322,8 @@ HANDLE createFileMapping(HANDLE hFile, DWORD flProtect, ULONGLONG size, LPCWSTR 
         }
     }
     SetLastError(ERROR_SUCCESS);
-    return new FileMapping(file, mappingSize, writable);
+    const bool readOnlyHandle = (::fcntl(file->fd(), F_GETFL) & O_ACCMODE) == O_RDONLY;
+    return new FileMapping(file, mappingSize, writable, !writable && readOnlyHandle);
 }
 
 }  // namespace detail

@@ -1,4 +1,4 @@
-// One pwrite at a time on a thread of its own; see write_behind.h.
+// One pwrite at a time on the I/O thread; see write_behind.h.
 #include "write_behind.h"
 
 #include <unistd.h>
@@ -12,9 +12,10 @@ namespace plat::detail {
 
 namespace {
 
-// The errno of a failed write of the whole block; 0 when every byte went out.
-int writeWhole(int fd, const WriteBehind::Block& block) {
+// Writes the whole block, then wipes its buffer: the errno of a failed write, 0 when every byte went out.
+int writeWholeAndWipe(int fd, const WriteBehind::Block& block) {
     std::size_t done = 0;
+    int failure = 0;
     while (done < block.nLength) {
         const ssize_t put =
             ::pwrite(fd, block.pBytes + done, block.nLength - done, static_cast<off_t>(block.nOffset + done));
@@ -22,78 +23,49 @@ int writeWhole(int fd, const WriteBehind::Block& block) {
             continue;
         }
         if (put <= 0) {
-            return put < 0 ? errno : ENOSPC;
+            failure = put < 0 ? errno : ENOSPC;
+            break;
         }
         done += static_cast<std::size_t>(put);
     }
-    return 0;
+    std::memset(block.pBytes, 0, block.nCapacity);
+    return failure;
 }
 
 }  // namespace
 
-WriteBehind::WriteBehind(int fd, Release release)
-    : m_fd(fd), m_release(release), m_writer([this] { _run(); }) {}
+WriteBehind::WriteBehind(int fd, Release release) : m_release(release), m_writer(fd, writeWholeAndWipe) {}
 
 WriteBehind::~WriteBehind() {
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        _reap(lock);
-        m_bStopping = true;
-    }
-    m_changed.notify_all();
-    m_writer.join();
+    finish();
 }
 
 bool WriteBehind::write(const Block& next) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    if (!_reap(lock)) {
-        lock.unlock();
+    const std::lock_guard<std::mutex> lock(m_callers);
+    if (!_finish()) {
         m_release(next.pBytes, next.nCapacity, false);
         return false;
     }
-    m_block = next;
-    m_bPending = true;
-    lock.unlock();
-    m_changed.notify_all();
+    m_writer.start(next);
     return true;
 }
 
 bool WriteBehind::finish() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return _reap(lock);
+    const std::lock_guard<std::mutex> lock(m_callers);
+    return _finish();
 }
 
-bool WriteBehind::_reap(std::unique_lock<std::mutex>& lock) {
-    m_changed.wait(lock, [this] { return !m_bPending; });
-    if (m_block.pBytes != nullptr) {
-        m_release(m_block.pBytes, m_block.nCapacity, true);
-        m_block = Block{};
+bool WriteBehind::_finish() {
+    Block done;
+    const int failure = m_writer.wait(done);
+    if (done.pBytes != nullptr) {
+        m_release(done.pBytes, done.nCapacity, true);
     }
-    const int failure = m_nErrno;
-    m_nErrno = 0;
     if (failure != 0) {
         setLastErrorFromErrno(failure);
         return false;
     }
     return true;
-}
-
-void WriteBehind::_run() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    while (true) {
-        m_changed.wait(lock, [this] { return m_bPending || m_bStopping; });
-        if (!m_bPending) {
-            return;
-        }
-        const Block block = m_block;
-        lock.unlock();
-        const int failure = writeWhole(m_fd, block);
-        std::memset(block.pBytes, 0, block.nCapacity);
-        lock.lock();
-        m_nErrno = failure;
-        m_bPending = false;
-        m_changed.notify_all();
-    }
 }
 
 }  // namespace plat::detail

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <thread>
 #include <vector>
 
 #include "plat/errors.h"
@@ -251,6 +252,112 @@ TEST_F(FileMappingTest, ViewsOfANewFileReadZeroBlockAfterBlockWhateverTheirBuffe
     }
 }
 
+// A read-only mapping reads the block behind each view ahead. Whatever order and length the views come
+// in, each shows the file's bytes and zeros to the end of its last page: front to back, with a last view
+// longer than the others (a final cipher call), then a short view where a whole block was read ahead, and
+// views out of order. The mapping is closed while a read ahead is still in flight.
+TEST_F(FileMappingTest, ReadOnlyViewsShowTheFileInAnyOrderAndAtAnyLength) {
+    const Bytes content = patterned(5 * 65536 + 100);
+    write("src", content);
+    plat::HANDLE mapping = map(open("src", plat::GENERIC_READ, plat::OPEN_EXISTING), plat::PAGE_READONLY, 0);
+    ASSERT_NE(mapping, nullptr);
+    const auto expectView = [&](std::uint64_t offset, std::size_t length) {
+        const auto* view = static_cast<const unsigned char*>(
+            plat::MapViewOfFile(mapping, plat::FILE_MAP_READ, 0, static_cast<plat::DWORD>(offset), length));
+        ASSERT_NE(view, nullptr);
+        EXPECT_EQ(std::memcmp(view, content.data() + offset, length), 0) << "view at " << offset;
+        const std::size_t pageEnd = (length + 4095) / 4096 * 4096;
+        EXPECT_TRUE(std::all_of(view + length, view + pageEnd, [](unsigned char b) { return b == 0; }))
+            << "the page's tail behind the view at " << offset;
+        EXPECT_TRUE(plat::UnmapViewOfFile(view));
+        EXPECT_FALSE(plat::TakeInPageError());
+    };
+    for (std::uint64_t block = 0; block < 4; ++block) {
+        expectView(block * 65536, 65536);
+    }
+    expectView(4 * 65536, 65536 + 100);
+    expectView(0, 65536);
+    expectView(65536, 1000);
+    expectView(3 * 65536, 65536);
+    expectView(65536, 65536);
+    expectView(0, 3 * 65536);
+    expectView(2 * 65536, 2 * 65536);
+    expectView(0, 65536);
+    plat::CloseHandle(mapping);
+    m_handles.erase(std::find(m_handles.begin(), m_handles.end(), mapping));
+}
+
+// Nothing is read ahead for a handle that can write: a write between two views shows in the second. The
+// write comes once a view of another file has been written back, which on POSIX goes through the same
+// I/O thread after anything read ahead before it.
+TEST_F(FileMappingTest, ReadOnlyMappingOfAWritingHandleShowsWhatWasWrittenBetweenViews) {
+    write("src", patterned(3 * 65536));
+    plat::HANDLE file = open("src", plat::GENERIC_READ | plat::GENERIC_WRITE, plat::OPEN_EXISTING);
+    plat::HANDLE mapping = map(file, plat::PAGE_READONLY, 0);
+    plat::HANDLE other = map(open("other", plat::GENERIC_READ | plat::GENERIC_WRITE, plat::CREATE_ALWAYS),
+                             plat::PAGE_READWRITE, 16);
+    ASSERT_NE(mapping, nullptr);
+    ASSERT_NE(other, nullptr);
+    ASSERT_TRUE(plat::UnmapViewOfFile(plat::MapViewOfFile(mapping, plat::FILE_MAP_READ, 0, 0, 65536)));
+    ASSERT_TRUE(plat::UnmapViewOfFile(plat::MapViewOfFile(other, plat::FILE_MAP_WRITE, 0, 0, 16)));
+    const Bytes changed(100, 0xEE);
+    ASSERT_TRUE(plat::SetFilePointerEx(file, plat::LARGE_INTEGER{65536}, nullptr, plat::FILE_BEGIN));
+    plat::DWORD written = 0;
+    ASSERT_TRUE(plat::WriteFile(file, changed.data(), 100, &written, nullptr));
+
+    const auto* view =
+        static_cast<const unsigned char*>(plat::MapViewOfFile(mapping, plat::FILE_MAP_READ, 0, 65536, 65536));
+    ASSERT_NE(view, nullptr);
+    EXPECT_TRUE(std::equal(changed.begin(), changed.end(), view));
+    EXPECT_TRUE(plat::UnmapViewOfFile(view));
+}
+
+// Two threads copy a file each through views at once: the blocks of both go through the one I/O thread
+// (read ahead and written behind), and each copy must hold its own file's bytes.
+TEST_F(FileMappingTest, TwoThreadsCopyingThroughViewsAtOnceEachGetTheirOwnBytes) {
+    constexpr std::size_t kBlocks = 8;
+    // Handles of its own, closed before it returns: the fixture's list is not for two threads.
+    const auto copy = [this](const std::string& from, const std::string& to) {
+        plat::HANDLE in = plat::CreateFileW(path(from).u16string().c_str(), plat::GENERIC_READ, 0, nullptr,
+                                            plat::OPEN_EXISTING, plat::FILE_ATTRIBUTE_NORMAL, nullptr);
+        plat::HANDLE out =
+            plat::CreateFileW(path(to).u16string().c_str(), plat::GENERIC_READ | plat::GENERIC_WRITE, 0,
+                              nullptr, plat::CREATE_ALWAYS, plat::FILE_ATTRIBUTE_NORMAL, nullptr);
+        plat::HANDLE source = plat::CreateFileMappingW(in, nullptr, plat::PAGE_READONLY, 0, 0, nullptr);
+        plat::HANDLE dest =
+            plat::CreateFileMappingW(out, nullptr, plat::PAGE_READWRITE, 0, kBlocks * 65536, nullptr);
+        bool copied = source != nullptr && dest != nullptr;
+        for (std::size_t block = 0; block < kBlocks && copied; ++block) {
+            const auto offset = static_cast<plat::DWORD>(block * 65536);
+            void* read = plat::MapViewOfFile(source, plat::FILE_MAP_READ, 0, offset, 65536);
+            void* written =
+                plat::MapViewOfFile(dest, plat::FILE_MAP_READ | plat::FILE_MAP_WRITE, 0, offset, 65536);
+            copied = read != nullptr && written != nullptr;
+            if (copied) {
+                std::memcpy(written, read, 65536);
+                copied = plat::UnmapViewOfFile(read) && plat::UnmapViewOfFile(written);
+            }
+        }
+        for (plat::HANDLE handle : {source, dest, in, out}) {
+            plat::CloseHandle(handle);
+        }
+        return copied && !plat::TakeInPageError();
+    };
+    const Bytes first = patterned(kBlocks * 65536);
+    const Bytes second(first.rbegin(), first.rend());
+    write("first", first);
+    write("second", second);
+
+    bool firstCopied = false;
+    std::thread other([&] { firstCopied = copy("first", "first.copy"); });
+    const bool secondCopied = copy("second", "second.copy");
+    other.join();
+    EXPECT_TRUE(firstCopied);
+    EXPECT_TRUE(secondCopied);
+    EXPECT_EQ(readAll(path("first.copy")), first);
+    EXPECT_EQ(readAll(path("second.copy")), second);
+}
+
 TEST_F(FileMappingTest, ReservationBeyondAnyMediumFailsWithDiskFullAndLeavesTheFileAlone) {
     plat::HANDLE file = open("huge", plat::GENERIC_READ | plat::GENERIC_WRITE, plat::CREATE_ALWAYS);
     ASSERT_NE(file, plat::INVALID_HANDLE_VALUE);
@@ -275,6 +382,24 @@ TEST_F(FileMappingTest, FileThatShrankUnderItsMappingGivesTheInPageErrorOnce) {
     plat::UnmapViewOfFile(view);
     EXPECT_TRUE(plat::TakeInPageError());
     EXPECT_FALSE(plat::TakeInPageError()) << "taking the mark clears it";
+}
+
+// The block behind a view is read ahead; when the file was cut short before that read, the view that
+// asks for the block reads it again for itself and gets the in-page error, as it would without read-ahead.
+TEST_F(FileMappingTest, BlockReadAheadOfAFileCutShortGivesTheInPageErrorInTheViewThatAsksForIt) {
+    write("src", patterned(200000));
+    plat::HANDLE mapping = map(open("src", plat::GENERIC_READ, plat::OPEN_EXISTING), plat::PAGE_READONLY, 0);
+    ASSERT_NE(mapping, nullptr);
+    ASSERT_EQ(::truncate(path("src").c_str(), 70000), 0);
+    ASSERT_TRUE(plat::UnmapViewOfFile(plat::MapViewOfFile(mapping, plat::FILE_MAP_READ, 0, 0, 65536)));
+    EXPECT_FALSE(plat::TakeInPageError()) << "the first block is whole";
+
+    const auto* view =
+        static_cast<const unsigned char*>(plat::MapViewOfFile(mapping, plat::FILE_MAP_READ, 0, 65536, 65536));
+    ASSERT_NE(view, nullptr);
+    EXPECT_TRUE(std::all_of(view + (70000 - 65536), view + 65536, [](unsigned char b) { return b == 0; }));
+    plat::UnmapViewOfFile(view);
+    EXPECT_TRUE(plat::TakeInPageError());
 }
 
 // A write-back that the system refuses (here: beyond the process's file size limit) marks the thread.

@@ -14,9 +14,12 @@
 // MapViewOfFile on such a mapping (offset a multiple of 65536, else 1132; view end past the mapping's
 // size gives ERROR_ACCESS_DENIED 5; FILE_MAP_WRITE on a read-only mapping 5) gives a private buffer
 // filled from the file with pread; UnmapViewOfFile of a writable view hands the whole view to the file's
-// writer, which writes it back with pwrite on a thread of its own while the caller maps the next block
+// writer, which writes it back with pwrite on another thread while the caller maps the next block
 // (one view in flight at a time; the view that ends the mapping is written before its unmap returns, and
-// every other call on the file waits for the writer first). Views are not shared between each other: the
+// every other call on the file waits for the writer first). A view of a read-only mapping of a handle
+// opened for reading only starts the read of the block of the same length behind it on that thread, and
+// the next view takes those bytes when it asks for them (a read ahead that failed is read again by the
+// view, so that a failure shows as it would without it). Views are not shared between each other: the
 // core maps one block at a time and never two overlapping views of one file, as it does on Windows.
 // Bytes of the file that were never written read as zero.
 //
