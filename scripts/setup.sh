@@ -17,6 +17,10 @@ packages=(
     libgtk-3-dev xvfb xauth xdotool xclip x11-apps netpbm  # GTK desktop backend, its Xvfb tests and screenshots
     locales                                                # English and German for Wine's screenshots
 )
+# intel-ipsec-mb is built for x86-64 only: the data's AES-256-GCM there (else OpenSSL's).
+if [ "$(dpkg --print-architecture)" = amd64 ]; then
+    packages+=(libipsec-mb-dev)
+fi
 # `setup.sh bench` adds the peer tools that bench/peers.py measures VELQ against.
 if [ "${1:-}" = bench ]; then
     packages+=(age gnupg openssl time)

@@ -1,7 +1,8 @@
 // The cryptographic primitives the core is built on, behind one small seam so that the same callers run
 // over OpenSSL (Linux, CryptoOpenSSL.cpp) and over libgcrypt (Windows, CryptoGcrypt.cpp). The build picks
-// one with VELQ_CRYPTO=openssl|gcrypt. Both give the same bytes for the same inputs: every file format
-// above this seam is the same whichever is built in.
+// one with VELQ_CRYPTO=openssl|gcrypt; with OpenSSL, AES-GCM is intel-ipsec-mb's where it is found
+// (GcmIpsecMb.cpp, for speed), else OpenSSL's (GcmOpenSSL.cpp). All give the same bytes for the same
+// inputs: every file format above this seam is the same whichever is built in.
 //
 // Every call is safe from any thread. Calls that can fail return false and leave no secret behind in
 // their own buffers; what they wrote into the caller's outputs is then unspecified unless said otherwise.
