@@ -201,7 +201,8 @@ private:
             return nullptr;
         }
         if (!bZeroed) {
-            // The page's tail behind the view reads as zero, as on Windows, and so do the known zeros.
+            // The page's tail behind the view reads as zero (as on Windows at a file's end), and so do the
+            // known zeros.
             std::memset(buffer + toRead, 0, roundUpToPage(length) - toRead);
         }
         // Bytes to read back must be in the file first; a view beyond them needs no wait.

@@ -253,7 +253,8 @@ TEST_F(FileMappingTest, ViewsOfANewFileReadZeroBlockAfterBlockWhateverTheirBuffe
 }
 
 // A read-only mapping reads the block behind each view ahead. Whatever order and length the views come
-// in, each shows the file's bytes and zeros to the end of its last page: front to back, with a last view
+// in, each shows the file's bytes and zeros to the end of its last page (on Windows only at the file's
+// end; inside the file the page goes on with the file's bytes there): front to back, with a last view
 // longer than the others (a final cipher call), then a short view where a whole block was read ahead, and
 // views out of order. The mapping is closed while a read ahead is still in flight.
 TEST_F(FileMappingTest, ReadOnlyViewsShowTheFileInAnyOrderAndAtAnyLength) {
@@ -266,7 +267,12 @@ TEST_F(FileMappingTest, ReadOnlyViewsShowTheFileInAnyOrderAndAtAnyLength) {
             plat::MapViewOfFile(mapping, plat::FILE_MAP_READ, 0, static_cast<plat::DWORD>(offset), length));
         ASSERT_NE(view, nullptr);
         EXPECT_EQ(std::memcmp(view, content.data() + offset, length), 0) << "view at " << offset;
-        const std::size_t pageEnd = (length + 4095) / 4096 * 4096;
+        std::size_t pageEnd = (length + 4095) / 4096 * 4096;
+#ifdef _WIN32
+        if (offset + length < content.size()) {
+            pageEnd = length;  // Windows shows the file's next bytes behind a view inside the file
+        }
+#endif
         EXPECT_TRUE(std::all_of(view + length, view + pageEnd, [](unsigned char b) { return b == 0; }))
             << "the page's tail behind the view at " << offset;
         EXPECT_TRUE(plat::UnmapViewOfFile(view));
