@@ -94,11 +94,17 @@ class Fixture:
             f.write(SYSTEM_BUS_CONFIG % os.path.join(self.root, "bus"))
         bus = self._spawn(["/usr/bin/dbus-daemon", "--config-file=" + config, "--nofork", "--nopidfile"],
                           log="dbus.log")
-        wait_until("the private system bus starting",
-                   lambda: bus.poll() is not None or os.path.exists(os.path.join(self.root, "bus")))
+        def connected():
+            if bus.poll() is not None:
+                return True
+            try:
+                self.bus = dbus.bus.BusConnection(self.address)
+                return True
+            except dbus.exceptions.DBusException:
+                return False  # the socket's file exists a moment before the daemon listens on it
+        wait_until("the private system bus accepting connections", connected)
         if bus.poll() is not None:
             raise Unavailable("dbus-daemon cannot start here: %s" % self.log("dbus.log"))
-        self.bus = dbus.bus.BusConnection(self.address)
 
     def _start_mock(self, name, template, log):
         proc = self._spawn(["/usr/bin/python3", "-m", "dbusmock", "--system", "--template", template], log=log)
